@@ -1,0 +1,1023 @@
+#include <vellument/Ostrel_FileSystem.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <vellument/Ostrel_Error.h>
+#include <vellument/Ostrel_Format.h>
+
+#include "Ostrel/FileSystem_Paths.h"
+
+namespace Ostrel {
+
+namespace {
+
+// Windows' code for a file over a size limit; ReadFile reports it for a file above max_size.
+const unsigned long kErrorFileTooLarge = 223;
+
+bool IsAsciiLetter(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+char UpperAscii(char c)
+{
+    return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+bool IsSeparator(char c)
+{
+    return c == '\\' || c == '/';
+}
+
+bool HasDriveLetter(const char* p)
+{
+    return IsAsciiLetter(p[0]) && p[1] == ':';
+}
+
+// A path in Windows form has a backslash or a drive letter; anything else is a disk path.
+bool IsWindowsForm(const char* p)
+{
+    return std::strchr(p, '\\') != nullptr || HasDriveLetter(p);
+}
+
+// Drops trailing slashes, except from the root itself.
+std::string TrimTrailingSlashes(std::string root)
+{
+    while (root.size() > 1 && root.back() == '/')
+        root.pop_back();
+    return root;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Drive table: Z: is the root unless changed; VELLUMENT_DRIVES adds letters; SetDrive overrides
+// both. The environment is compared on every use, so a change to it takes effect.
+
+class DriveTable {
+public:
+    std::optional<std::string> Lookup(char letter)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        RefreshEnvironment();
+        return LookupLocked(UpperAscii(letter));
+    }
+
+    std::map<char, std::string> Snapshot()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        RefreshEnvironment();
+        std::map<char, std::string> all;
+        for (char letter = 'A'; letter <= 'Z'; ++letter) {
+            std::optional<std::string> root = LookupLocked(letter);
+            if (root)
+                all[letter] = *root;
+        }
+        return all;
+    }
+
+    void Set(char letter, const char* root)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (root == nullptr || *root == '\0')
+            overrides_[UpperAscii(letter)] = std::nullopt;
+        else
+            overrides_[UpperAscii(letter)] = TrimTrailingSlashes(root);
+    }
+
+private:
+    std::optional<std::string> LookupLocked(char letter) const
+    {
+        auto o = overrides_.find(letter);
+        if (o != overrides_.end())
+            return o->second;
+        auto e = environment_.find(letter);
+        if (e != environment_.end())
+            return e->second;
+        if (letter == 'Z')
+            return std::string("/");
+        return std::nullopt;
+    }
+
+    void RefreshEnvironment()
+    {
+        const char* value = std::getenv("VELLUMENT_DRIVES");
+        std::string text = value ? value : "";
+        if (parsed_ && text == seen_)
+            return;
+        parsed_ = true;
+        seen_ = text;
+        environment_.clear();
+        // Entries "C=/srv/c" (or "C:=/srv/c") separated by semicolons; malformed ones are skipped.
+        std::size_t start = 0;
+        while (start <= text.size()) {
+            std::size_t end = text.find(';', start);
+            if (end == std::string::npos)
+                end = text.size();
+            std::string entry = text.substr(start, end - start);
+            start = end + 1;
+            std::size_t first = entry.find_first_not_of(" \t");
+            if (first == std::string::npos)
+                continue;
+            entry.erase(0, first);
+            while (!entry.empty() && (entry.back() == ' ' || entry.back() == '\t'))
+                entry.pop_back();
+            if (entry.size() < 3 || !IsAsciiLetter(entry[0]))
+                continue;
+            std::size_t at = 1;
+            if (entry[at] == ':')
+                ++at;
+            if (entry[at] != '=')
+                continue;
+            std::string root = entry.substr(at + 1);
+            std::size_t root_start = root.find_first_not_of(" \t");
+            if (root_start == std::string::npos)
+                continue;
+            environment_[UpperAscii(entry[0])] = TrimTrailingSlashes(root.substr(root_start));
+        }
+    }
+
+    std::mutex mutex_;
+    bool parsed_ = false;
+    std::string seen_;
+    std::map<char, std::string> environment_;
+    std::map<char, std::optional<std::string>> overrides_;
+};
+
+DriveTable& Drives()
+{
+    static DriveTable* table = new DriveTable;  // never destroyed: used until the process ends
+    return *table;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Path mapping
+
+bool Exists(const std::string& path)
+{
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+std::string JoinPath(const std::string& dir, const std::string& name)
+{
+    if (dir.empty())
+        return name;
+    if (dir.back() == '/')
+        return dir + name;
+    return dir + "/" + name;
+}
+
+// Disk names are UTF-8; names in the library's data are in the ANSI code page.
+std::string DiskName(const std::string& component)
+{
+    if (Format::IsAscii(component.data(), component.size()))
+        return component;
+    return Format::AnsiToUtf8(component);
+}
+
+// The entry of `dir` that `component` names: as written if it exists, else the first (in byte
+// order) whose name matches without regard to ASCII case. Empty when nothing matches.
+std::string ResolveComponent(const std::string& dir, const std::string& component)
+{
+    const std::string converted = DiskName(component);
+    if (Exists(JoinPath(dir, component)))
+        return component;
+    if (converted != component && Exists(JoinPath(dir, converted)))
+        return converted;
+
+    DIR* d = ::opendir(dir.empty() ? "." : dir.c_str());
+    if (d == nullptr)
+        return std::string();
+    std::string best;
+    bool found = false;
+    while (struct dirent* entry = ::readdir(d)) {
+        const char* name = entry->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+            continue;
+        std::string candidate(name);
+        if (!Format::EqualsNoCaseAscii(candidate, component) && !Format::EqualsNoCaseAscii(candidate, converted))
+            continue;
+        if (!found || candidate < best) {
+            best = candidate;
+            found = true;
+        }
+    }
+    ::closedir(d);
+    return best;
+}
+
+enum class MapResult { OK, NULL_PATH, UNKNOWN_DRIVE };
+
+// Maps a library path to the disk. Does not touch the thread's last error.
+MapResult MapPathQuiet(const char* path, std::string& out)
+{
+    out.clear();
+    if (path == nullptr)
+        return MapResult::NULL_PATH;
+    if (!IsWindowsForm(path)) {
+        out = path;
+        return MapResult::OK;
+    }
+
+    std::string base;  // "" means the current directory
+    const char* rest = path;
+    bool absolute = false;
+    if (HasDriveLetter(path)) {
+        std::optional<std::string> root = Drives().Lookup(path[0]);
+        if (!root)
+            return MapResult::UNKNOWN_DRIVE;
+        base = *root;
+        rest = path + 2;
+        absolute = true;  // "C:name" is taken from the drive's root: there is no per-drive directory here
+    } else if (IsSeparator(path[0])) {
+        base = "/";
+        absolute = true;
+    }
+
+    // Split and fold "." and ".." by the text, as Windows does before it looks at the disk.
+    std::vector<std::string> parts;
+    const char* p = rest;
+    while (*p != '\0') {
+        while (IsSeparator(*p))
+            ++p;
+        const char* start = p;
+        while (*p != '\0' && !IsSeparator(*p))
+            ++p;
+        if (p == start)
+            break;
+        std::string part(start, static_cast<std::size_t>(p - start));
+        if (part == ".")
+            continue;
+        if (part == "..") {
+            if (!parts.empty() && parts.back() != "..")
+                parts.pop_back();
+            else if (!absolute)
+                parts.push_back(part);  // above the current directory: the disk decides
+            continue;
+        }
+        parts.push_back(part);
+    }
+    const std::size_t length = std::strlen(path);
+    const bool trailing = length > 0 && IsSeparator(path[length - 1]) && !parts.empty();
+
+    std::string current = base;
+    bool resolving = true;
+    for (const std::string& part : parts) {
+        std::string name;
+        if (part == "..") {
+            name = part;
+        } else if (resolving) {
+            name = ResolveComponent(current, part);
+            if (name.empty()) {
+                // Nothing below a missing component can exist: the rest is taken as given.
+                resolving = false;
+                name = DiskName(part);
+            }
+        } else {
+            name = DiskName(part);
+        }
+        current = JoinPath(current, name);
+    }
+    if (current.empty())
+        current = ".";
+    if (trailing && current.back() != '/')
+        current += '/';
+    out = current;
+    return MapResult::OK;
+}
+
+// Maps a path for an operation, setting the last error when it can't be mapped.
+bool MapForOperation(const char* path, std::string& out)
+{
+    switch (MapPathQuiet(path, out)) {
+    case MapResult::OK:
+        return true;
+    case MapResult::NULL_PATH:
+        Error::SetLastError(Error::INVALID_PARAMETER);
+        return false;
+    case MapResult::UNKNOWN_DRIVE:
+        Error::SetLastError(Error::PATH_NOT_FOUND);
+        return false;
+    }
+    return false;
+}
+
+std::string ParentOf(const std::string& disk_path)
+{
+    std::string p = disk_path;
+    while (p.size() > 1 && p.back() == '/')
+        p.pop_back();
+    std::size_t slash = p.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    if (slash == 0)
+        return "/";
+    return p.substr(0, slash);
+}
+
+bool IsDirectory(const std::string& path)
+{
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Sets the last error for an errno from an operation on `disk_path`: a missing file is 2, a
+// missing directory on the way to it is 3.
+void SetErrorForPath(int err, const std::string& disk_path)
+{
+    if (err == ENOENT && !IsDirectory(ParentOf(disk_path))) {
+        Error::SetLastError(Error::PATH_NOT_FOUND);
+        return;
+    }
+    Error::SetLastErrorFromErrno(err);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Low-level I/O
+
+bool WriteAll(int fd, const void* data, std::size_t size)
+{
+    const char* p = static_cast<const char*>(data);
+    while (size > 0) {
+        ssize_t n = ::write(fd, p, size);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        if (n == 0) {
+            errno = ENOSPC;
+            return false;
+        }
+        p += n;
+        size -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+// Opens without blocking on a FIFO or device, then goes back to ordinary blocking I/O.
+int OpenNoBlock(const std::string& path, int flags, mode_t mode = 0)
+{
+    int fd;
+    do {
+        fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, mode);
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0) {
+        int fl = ::fcntl(fd, F_GETFL);
+        if (fl >= 0)
+            ::fcntl(fd, F_SETFL, fl & ~O_NONBLOCK);
+    }
+    return fd;
+}
+
+void SyncDirectory(const std::string& dir)
+{
+    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);  // some file systems refuse; the rename itself already happened
+        ::close(fd);
+    }
+}
+
+std::string RandomSuffix()
+{
+    static std::atomic<unsigned long long> counter{0};
+    unsigned long long x = static_cast<unsigned long long>(
+        std::chrono::high_resolution_clock::now().time_since_epoch().count());
+    x ^= (static_cast<unsigned long long>(::getpid()) << 32);
+    x ^= counter.fetch_add(1) * 0x9E3779B97F4A7C15ULL;
+    x ^= reinterpret_cast<std::uintptr_t>(&x);
+    // splitmix64 finaliser spreads the bits over the whole name
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
+    x ^= x >> 31;
+    static const char alphabet[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::string s;
+    for (int i = 0; i < 10; ++i) {
+        s += alphabet[x % 36];
+        x /= 36;
+    }
+    return s;
+}
+
+// A temporary file that removes itself unless it was put in place.
+class TempFile {
+public:
+    ~TempFile()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+        if (!path_.empty())
+            ::unlink(path_.c_str());
+    }
+    // Creates the file in `dir`; the mode is 0666 less the umask, as for any new file.
+    bool Create(const std::string& dir)
+    {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            std::string candidate = JoinPath(dir, ".vlm-" + RandomSuffix() + ".tmp");
+            int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (fd >= 0) {
+                fd_ = fd;
+                path_ = candidate;
+                return true;
+            }
+            if (errno != EEXIST) {
+                SetErrorForPath(errno, candidate);
+                return false;
+            }
+        }
+        Error::SetLastError(Error::FILE_EXISTS);
+        return false;
+    }
+    int fd() const { return fd_; }
+    const std::string& path() const { return path_; }
+    // Flushes and closes; false with the last error set if the data may not be on disk.
+    bool Finish()
+    {
+        if (::fsync(fd_) != 0 && errno != EINVAL) {
+            Error::SetLastErrorFromErrno(errno);
+            return false;
+        }
+        int rc = ::close(fd_);
+        fd_ = -1;
+        if (rc != 0 && errno != EINTR) {
+            Error::SetLastErrorFromErrno(errno);
+            return false;
+        }
+        return true;
+    }
+    void Release() { path_.clear(); }
+
+private:
+    int fd_ = -1;
+    std::string path_;
+};
+
+// Writes a whole new file next to `target` through `fill` and puts it in the target's place in
+// one step. On any failure the target is as it was and no temporary file remains.
+bool ReplaceAtomically(const std::string& target_in, const std::function<bool(int)>& fill, bool fail_if_exists)
+{
+    std::string target = target_in;
+    while (target.size() > 1 && target.back() == '/')
+        target.pop_back();
+
+    struct stat lst;
+    bool exists = ::lstat(target.c_str(), &lst) == 0;
+    if (exists && S_ISLNK(lst.st_mode)) {
+        // Replace the file the link points at, and keep the link.
+        if (char* real = ::realpath(target.c_str(), nullptr)) {
+            target = real;
+            std::free(real);
+            exists = ::lstat(target.c_str(), &lst) == 0;
+        }
+    }
+    if (exists && S_ISDIR(lst.st_mode)) {
+        Error::SetLastError(Error::ACCESS_DENIED);
+        return false;
+    }
+    if (exists && fail_if_exists) {
+        Error::SetLastError(Error::FILE_EXISTS);
+        return false;
+    }
+
+    const std::string dir = ParentOf(target);
+    TempFile temp;
+    if (!temp.Create(dir))
+        return false;
+    if (!fill(temp.fd()))
+        return false;
+    struct stat st;
+    if (exists && ::stat(target.c_str(), &st) == 0) {
+        ::fchmod(temp.fd(), st.st_mode & 07777);
+        if (st.st_uid != ::geteuid() || st.st_gid != ::getegid()) {
+            if (::fchown(temp.fd(), st.st_uid, st.st_gid) != 0) {
+                // Only a privileged process may give a file away; the data matters more.
+            }
+        }
+    }
+    if (!temp.Finish())
+        return false;
+
+    if (fail_if_exists) {
+        // link() refuses an existing target atomically, so a file made meanwhile is never lost.
+        if (::link(temp.path().c_str(), target.c_str()) == 0) {
+            // the temporary name goes away with `temp`
+        } else if (errno == EEXIST) {
+            Error::SetLastError(Error::FILE_EXISTS);
+            return false;
+        } else if (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK) {
+            // a file system without hard links
+            if (Exists(target)) {
+                Error::SetLastError(Error::FILE_EXISTS);
+                return false;
+            }
+            if (::rename(temp.path().c_str(), target.c_str()) != 0) {
+                SetErrorForPath(errno, target);
+                return false;
+            }
+            temp.Release();
+        } else {
+            SetErrorForPath(errno, target);
+            return false;
+        }
+    } else {
+        if (::rename(temp.path().c_str(), target.c_str()) != 0) {
+            SetErrorForPath(errno, target);
+            return false;
+        }
+        temp.Release();
+    }
+    SyncDirectory(dir);
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+// Makes a directory and its missing parents; 0 or an errno value.
+int MakeDirectories(const std::string& path, mode_t mode)
+{
+    if (path.empty())
+        return ENOENT;
+    std::size_t pos = 0;
+    while (true) {
+        pos = path.find('/', pos + 1);
+        std::string prefix = path.substr(0, pos);
+        bool last = pos == std::string::npos || path.find_first_not_of('/', pos) == std::string::npos;
+        if (!prefix.empty() && prefix != "/") {
+            if (::mkdir(prefix.c_str(), mode) != 0) {
+                int err = errno;
+                struct stat st;
+                if (::stat(prefix.c_str(), &st) == 0) {
+                    if (!S_ISDIR(st.st_mode))
+                        return last ? EEXIST : ENOTDIR;
+                } else if (err != EEXIST) {
+                    return err;
+                } else {
+                    return ENOTDIR;  // a dangling link in the way
+                }
+            }
+        }
+        if (last)
+            return 0;
+    }
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+
+namespace FileSystemDetail {
+
+std::string LocalAppDataDiskPath(bool create)
+{
+    std::string dir;
+    const char* override_dir = std::getenv("VELLUMENT_APPDATA");
+    if (override_dir != nullptr && *override_dir != '\0') {
+        if (MapPathQuiet(override_dir, dir) != MapResult::OK)
+            dir = override_dir;
+    } else {
+        const char* xdg = std::getenv("XDG_DATA_HOME");
+        if (xdg != nullptr && xdg[0] == '/') {
+            dir = xdg;
+        } else {
+            const char* home = std::getenv("HOME");
+            std::string home_dir = (home != nullptr && home[0] == '/') ? home : "";
+            if (home_dir.empty()) {
+                struct passwd pw;
+                struct passwd* result = nullptr;
+                std::vector<char> buffer(16384);
+                if (::getpwuid_r(::getuid(), &pw, buffer.data(), buffer.size(), &result) == 0 && result != nullptr
+                    && result->pw_dir != nullptr && result->pw_dir[0] == '/')
+                    home_dir = result->pw_dir;
+            }
+            dir = home_dir.empty() ? std::string("/tmp") : home_dir;
+            dir = JoinPath(dir, ".local/share");
+        }
+        dir = JoinPath(dir, "Ostrel");
+    }
+    if (!dir.empty() && dir[0] != '/') {
+        char cwd[4096];
+        if (::getcwd(cwd, sizeof cwd) != nullptr)
+            dir = JoinPath(cwd, dir);
+    }
+    dir = TrimTrailingSlashes(dir);
+    if (create) {
+        // The log and the settings may hold payroll details: keep the folder private.
+        MakeDirectories(dir, 0700);
+    }
+    return dir;
+}
+
+} // namespace FileSystemDetail
+
+bool FileSystem::GetFileExists(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    struct stat st;
+    if (::stat(disk.c_str(), &st) != 0) {
+        SetErrorForPath(errno, disk);
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        Error::SetLastError(Error::FILE_NOT_FOUND);
+        return false;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+bool FileSystem::CopyFileA(const char* source, const char* target, bool fail_if_exists)
+{
+    std::string from, to;
+    if (!MapForOperation(source, from) || !MapForOperation(target, to))
+        return false;
+    int in = OpenNoBlock(from, O_RDONLY);
+    if (in < 0) {
+        SetErrorForPath(errno, from);
+        return false;
+    }
+    struct stat st;
+    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(in);
+        Error::SetLastError(Error::ACCESS_DENIED);
+        return false;
+    }
+    bool ok = ReplaceAtomically(
+        to,
+        [in](int out) {
+            std::vector<char> buffer(1 << 16);
+            while (true) {
+                ssize_t n = ::read(in, buffer.data(), buffer.size());
+                if (n < 0) {
+                    if (errno == EINTR)
+                        continue;
+                    Error::SetLastErrorFromErrno(errno);
+                    return false;
+                }
+                if (n == 0)
+                    return true;
+                if (!WriteAll(out, buffer.data(), static_cast<std::size_t>(n))) {
+                    Error::SetLastErrorFromErrno(errno);
+                    return false;
+                }
+            }
+        },
+        fail_if_exists);
+    ::close(in);
+    return ok;
+}
+
+std::string FileSystem::GetOstrelLocalAppDataDirectory()
+{
+    std::string disk = FileSystemDetail::LocalAppDataDiskPath(true);
+    if (IsDirectory(disk))
+        Error::SetLastError(Error::SUCCESS);
+    else
+        Error::SetLastError(Error::PATH_NOT_FOUND);
+    std::string windows = ToWindowsPath(disk.c_str());
+    if (windows.empty() || windows.back() != '\\')
+        windows += '\\';
+    return windows;
+}
+
+std::string FileSystem::GetDirectory(const char* path)
+{
+    if (path == nullptr)
+        return std::string();
+    std::string p(path);
+    std::size_t sep = p.find_last_of("\\/");
+    if (sep != std::string::npos)
+        return p.substr(0, sep + 1);
+    if (HasDriveLetter(path))
+        return p.substr(0, 2);
+    return std::string();
+}
+
+std::string FileSystem::GetFileName(const char* path)
+{
+    if (path == nullptr)
+        return std::string();
+    std::string p(path);
+    std::size_t sep = p.find_last_of("\\/");
+    if (sep != std::string::npos)
+        return p.substr(sep + 1);
+    if (HasDriveLetter(path))
+        return p.substr(2);
+    return p;
+}
+
+bool FileSystem::GetStatus(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    struct stat st;
+    if (::stat(disk.c_str(), &st) != 0) {
+        SetErrorForPath(errno, disk);
+        return false;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+int FileSystem::Rename(const char* old_path, const char* new_path)
+{
+    std::string from, to;
+    if (!MapForOperation(old_path, from) || !MapForOperation(new_path, to))
+        return -1;
+    struct stat st;
+    if (::lstat(from.c_str(), &st) != 0) {
+        SetErrorForPath(errno, from);
+        return -1;
+    }
+    // A rename never replaces an existing file: that is how the library's platform behaves, and
+    // a caller relies on it failing rather than losing the file in the way.
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        Error::SetLastError(Error::SUCCESS);
+        return 0;
+    }
+    int err = errno;
+    if (err == EINVAL || err == ENOSYS || err == EOPNOTSUPP) {
+        // The file system can't refuse atomically; check first.
+        if (Exists(to)) {
+            Error::SetLastError(Error::ALREADY_EXISTS);
+            return -1;
+        }
+        if (::rename(from.c_str(), to.c_str()) == 0) {
+            Error::SetLastError(Error::SUCCESS);
+            return 0;
+        }
+        err = errno;
+    }
+    if (err == EEXIST || err == ENOTEMPTY)
+        Error::SetLastError(Error::ALREADY_EXISTS);
+    else
+        SetErrorForPath(err, to);
+    return -1;
+}
+
+bool FileSystem::WriteBinaryFile(const char* path, const void* data, std::size_t size)
+{
+    if (data == nullptr && size > 0) {
+        Error::SetLastError(Error::INVALID_PARAMETER);
+        return false;
+    }
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    int fd = OpenNoBlock(disk, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (fd < 0) {
+        SetErrorForPath(errno, disk);
+        return false;
+    }
+    if (size > 0 && !WriteAll(fd, data, size)) {
+        Error::SetLastErrorFromErrno(errno);
+        ::close(fd);
+        return false;
+    }
+    if (::close(fd) != 0 && errno != EINTR) {
+        Error::SetLastErrorFromErrno(errno);
+        return false;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+bool FileSystem::WriteFileAtomic(const char* path, const void* data, std::size_t size)
+{
+    if (data == nullptr && size > 0) {
+        Error::SetLastError(Error::INVALID_PARAMETER);
+        return false;
+    }
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    return ReplaceAtomically(
+        disk,
+        [data, size](int fd) {
+            if (size > 0 && !WriteAll(fd, data, size)) {
+                Error::SetLastErrorFromErrno(errno);
+                return false;
+            }
+            return true;
+        },
+        false);
+}
+
+bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t max_size)
+{
+    contents.clear();
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    int fd = OpenNoBlock(disk, O_RDONLY);
+    if (fd < 0) {
+        SetErrorForPath(errno, disk);
+        return false;
+    }
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        // Directories, pipes and devices: reading them could block or never end.
+        ::close(fd);
+        Error::SetLastError(Error::ACCESS_DENIED);
+        return false;
+    }
+    if (st.st_size > 0 && static_cast<unsigned long long>(st.st_size) > max_size) {
+        ::close(fd);
+        Error::SetLastError(kErrorFileTooLarge);
+        return false;
+    }
+    std::string data;
+    try {
+        const std::size_t chunk = 1 << 16;
+        if (st.st_size > 0)
+            data.reserve(static_cast<std::size_t>(st.st_size) + chunk);  // room for the read that sees the end
+        while (true) {
+            const std::size_t have = data.size();
+            data.resize(have + chunk);
+            ssize_t n = ::read(fd, &data[have], chunk);
+            data.resize(have + (n > 0 ? static_cast<std::size_t>(n) : 0));
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                Error::SetLastErrorFromErrno(errno);
+                ::close(fd);
+                return false;
+            }
+            if (n == 0)
+                break;
+            // The size can change under us (a file that grows, a /proc file that claims 0).
+            if (data.size() > max_size) {
+                Error::SetLastError(kErrorFileTooLarge);
+                ::close(fd);
+                return false;
+            }
+        }
+    } catch (...) {
+        Error::SetLastError(Error::NOT_ENOUGH_MEMORY);
+        ::close(fd);
+        return false;
+    }
+    ::close(fd);
+    contents.swap(data);
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+bool FileSystem::DeleteFileA(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    if (::unlink(disk.c_str()) != 0) {
+        SetErrorForPath(errno, disk);
+        return false;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return true;
+}
+
+bool FileSystem::CreateDirectoryA(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    int err = MakeDirectories(disk, 0777);
+    if (err == 0) {
+        Error::SetLastError(Error::SUCCESS);
+        return true;
+    }
+    if (err == EEXIST)
+        Error::SetLastError(Error::ALREADY_EXISTS);
+    else if (err == ENOTDIR || err == ENOENT)
+        Error::SetLastError(Error::PATH_NOT_FOUND);
+    else
+        Error::SetLastErrorFromErrno(err);
+    return false;
+}
+
+std::FILE* FileSystem::OpenFile(const char* path, const char* mode)
+{
+    if (mode == nullptr || *mode == '\0') {
+        Error::SetLastError(Error::INVALID_PARAMETER);
+        return nullptr;
+    }
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return nullptr;
+    std::FILE* f = std::fopen(disk.c_str(), mode);
+    if (f == nullptr) {
+        SetErrorForPath(errno, disk);
+        return nullptr;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return f;
+}
+
+std::string FileSystem::MapPath(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return std::string();
+    Error::SetLastError(Error::SUCCESS);
+    return disk;
+}
+
+std::string FileSystem::ToWindowsPath(const char* disk_path)
+{
+    if (disk_path == nullptr)
+        return std::string();
+    if (IsWindowsForm(disk_path))
+        return disk_path;
+    std::string path(disk_path);
+    if (path.empty() || path[0] != '/') {
+        char cwd[4096];
+        if (::getcwd(cwd, sizeof cwd) == nullptr)
+            return std::string();
+        path = JoinPath(cwd, path);
+    }
+    const bool trailing = path.size() > 1 && path.back() == '/';
+
+    // Fold "." and ".." by the text, so that the result names the same place under any drive.
+    std::vector<std::string> parts;
+    std::size_t pos = 0;
+    while (pos < path.size()) {
+        std::size_t next = path.find('/', pos);
+        if (next == std::string::npos)
+            next = path.size();
+        std::string part = path.substr(pos, next - pos);
+        pos = next + 1;
+        if (part.empty() || part == ".")
+            continue;
+        if (part == "..") {
+            if (!parts.empty())
+                parts.pop_back();
+            continue;
+        }
+        parts.push_back(part);
+    }
+    std::string normal;
+    for (const std::string& part : parts)
+        normal += "/" + part;
+    if (normal.empty())
+        normal = "/";
+
+    char best_letter = 0;
+    std::size_t best_length = 0;
+    for (const auto& drive : Drives().Snapshot()) {
+        const std::string& root = drive.second;
+        if (root.empty() || root[0] != '/')
+            continue;
+        bool under = root == "/" || normal == root
+                     || (normal.compare(0, root.size(), root) == 0 && normal[root.size()] == '/');
+        if (!under)
+            continue;
+        std::size_t length = root == "/" ? 0 : root.size();
+        if (best_letter == 0 || length > best_length) {
+            best_letter = drive.first;
+            best_length = length;
+        }
+    }
+
+    std::string tail = normal.substr(best_length);
+    for (char& c : tail)
+        if (c == '/')
+            c = '\\';
+    if (tail.empty())
+        tail = "\\";
+    if (trailing && tail.back() != '\\')
+        tail += '\\';
+    tail = Format::Utf8ToAnsi(tail);
+    if (best_letter == 0)
+        return tail;  // no drive holds it: a path from the root
+    return std::string(1, best_letter) + ":" + tail;
+}
+
+void FileSystem::SetDrive(char letter, const char* root)
+{
+    if (!IsAsciiLetter(letter)) {
+        Error::SetLastError(Error::INVALID_PARAMETER);
+        return;
+    }
+    Drives().Set(letter, root);
+    Error::SetLastError(Error::SUCCESS);
+}
+
+} // namespace Ostrel
