@@ -1,0 +1,168 @@
+#include <vellument/CFilingBase.h>
+
+#include <string>
+
+#include <vellument/AuditUtil.h>
+#include <vellument/CPathHandling.h>
+#include <vellument/Ostrel_XML.h>
+
+#include "records/AttributeLists.h"
+#include "records/EnumText.h"
+
+namespace {
+const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
+}
+
+struct CFilingBase::Record {
+    Vellument::FILING_TYPE type = Vellument::FILING_TYPE_UNKNOWN;
+    std::string identifier;
+    std::string krf_file_location;  // relative form
+    int vlid = 0;
+    bool printed = false;
+    bool mailed = false;
+    bool efiled = false;
+    bool corrected = false;
+    bool replacement = false;
+    bool replaceable = false;
+    CDateTime date;
+};
+
+CFilingBase::CFilingBase() : m_base(new Record) {}
+
+CFilingBase::CFilingBase(const CFilingBase* source) : m_base(new Record)
+{
+    if (source == nullptr)
+        return;
+    // The mailed flag stays false: a copy has not been mailed yet.
+    m_base->vlid = source->m_base->vlid;
+    m_base->printed = source->m_base->printed;
+    m_base->efiled = source->m_base->efiled;
+    m_base->corrected = source->m_base->corrected;
+    m_base->replaceable = source->m_base->replaceable;
+    m_base->replacement = source->m_base->replacement;
+    m_base->date = source->m_base->date;
+    m_base->identifier = source->m_base->identifier;
+    m_base->type = source->m_base->type;
+    set_krf_file_location(source->get_krf_file_location());
+}
+
+CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
+{
+    if (node == nullptr)
+        return;
+    m_base->type = Vellument::Text::string_to_filing_type(node->getAttribute("Type"));
+    m_base->identifier = node->getAttribute("Identifier");
+    m_base->vlid = AuditUtil::to_int(node->getAttribute("VLID"));
+    m_base->printed = AuditUtil::to_bool(node->getAttribute("Printed"));
+    m_base->mailed = AuditUtil::to_bool(node->getAttribute("Mailed"));
+    m_base->efiled = AuditUtil::to_bool(node->getAttribute("Efiled"));
+    m_base->corrected = AuditUtil::to_bool(node->getAttribute("Corrected"));
+    m_base->replaceable = AuditUtil::to_bool(node->getAttribute("Replaceable"));
+    m_base->replacement = AuditUtil::to_bool(node->getAttribute("Replacement"));
+    // The file's path carries the directory of the machine that saved it; only its tail counts.
+    set_krf_file_location(CPathHandling::convert_path_to_relative(node->getAttribute("KRFPath")));
+}
+
+CFilingBase::~CFilingBase()
+{
+    delete m_base;
+}
+
+void CFilingBase::read_date(const char* text) const
+{
+    // A missing date keeps the default; a broken one reads as invalid, and that is all.
+    if (text != nullptr && *text != '\0')
+        m_base->date.parse(text);
+}
+
+COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* name) const
+{
+    if (document == nullptr || name == nullptr)
+        return nullptr;
+    COXMLNode* element = document->createElement(name);
+    if (element == nullptr)
+        return nullptr;
+    if (m_base->date.get_days() != 0.0)
+        element->setAttribute("Date", m_base->date.format(kDateFormat).c_str());
+    element->setAttribute("Type", to_type_string(m_base->type).c_str());
+    element->setAttribute("Identifier", m_base->identifier.c_str());
+    element->setAttribute("VLID", AuditUtil::to_string(m_base->vlid).c_str());
+    element->setAttribute("Printed", AuditUtil::to_string(m_base->printed).c_str());
+    element->setAttribute("Mailed", AuditUtil::to_string(m_base->mailed).c_str());
+    element->setAttribute("Efiled", AuditUtil::to_string(m_base->efiled).c_str());
+    element->setAttribute("Corrected", AuditUtil::to_string(m_base->corrected).c_str());
+    element->setAttribute("Replaceable", AuditUtil::to_string(m_base->replaceable).c_str());
+    element->setAttribute("Replacement", AuditUtil::to_string(m_base->replacement).c_str());
+    element->setAttribute("KRFPath", get_krf_file_location().c_str());
+    return element;
+}
+
+attributeDicList CFilingBase::getAndFillMapBase() const
+{
+    // Unlike the document, the list holds a zero date too, and the replaceable flag only on a copy.
+    const std::string values[] = {
+        m_base->date.format(kDateFormat),
+        to_type_string(m_base->type),
+        m_base->identifier,
+        AuditUtil::to_string(m_base->vlid),
+        AuditUtil::to_string(m_base->printed),
+        AuditUtil::to_string(m_base->mailed),
+        AuditUtil::to_string(m_base->efiled),
+        AuditUtil::to_string(m_base->corrected),
+        AuditUtil::to_string(m_base->replacement),
+        get_krf_file_location(),
+    };
+    attributeDicList& table = AttributeLists::table(AttributeLists::FILING_BASE);
+    for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
+        table[i].attributeValue = values[i];
+    return table;
+}
+
+std::string CFilingBase::to_type_string(Vellument::FILING_TYPE type)
+{
+    return Vellument::Text::filing_type_to_string(type);
+}
+
+Vellument::FILING_TYPE CFilingBase::to_filing_type(const std::string& text)
+{
+    return Vellument::Text::string_to_filing_type(text);
+}
+
+Vellument::FILING_TYPE CFilingBase::get_type() const { return m_base->type; }
+void CFilingBase::set_type(Vellument::FILING_TYPE type) const { m_base->type = type; }
+
+std::string CFilingBase::get_identifier() const { return m_base->identifier; }
+void CFilingBase::set_identifier(const std::string& identifier) const { m_base->identifier = identifier; }
+
+std::string CFilingBase::get_krf_file_location() const
+{
+    return CPathHandling::convert_path_to_absolute(m_base->krf_file_location.c_str());
+}
+void CFilingBase::set_krf_file_location(const std::string& path) const
+{
+    m_base->krf_file_location = CPathHandling::convert_path_to_relative(path.c_str());
+}
+
+int CFilingBase::get_vlid() const { return m_base->vlid; }
+void CFilingBase::set_vlid(int vlid) const { m_base->vlid = vlid; }
+
+bool CFilingBase::get_printed_flag() const { return m_base->printed; }
+void CFilingBase::set_printed_flag(bool flag) const { m_base->printed = flag; }
+
+bool CFilingBase::get_mailed_flag() const { return m_base->mailed; }
+void CFilingBase::set_mailed_flag(bool flag) const { m_base->mailed = flag; }
+
+bool CFilingBase::get_efiled_flag() const { return m_base->efiled; }
+void CFilingBase::set_efiled_flag(bool flag) const { m_base->efiled = flag; }
+
+bool CFilingBase::get_corrected_flag() const { return m_base->corrected; }
+void CFilingBase::set_corrected_flag(bool flag) const { m_base->corrected = flag; }
+
+bool CFilingBase::get_replacement_flag() const { return m_base->replacement; }
+void CFilingBase::set_replacement_flag(bool flag) const { m_base->replacement = flag; }
+
+bool CFilingBase::get_replaceable_flag() const { return m_base->replaceable; }
+void CFilingBase::set_replaceable_flag(bool flag) const { m_base->replaceable = flag; }
+
+CDateTime CFilingBase::get_date() const { return m_base->date; }
+void CFilingBase::set_date(CDateTime date) const { m_base->date = date; }
