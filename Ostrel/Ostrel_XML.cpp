@@ -14,6 +14,7 @@
 #include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
+#include "toolkit/CkXmlDocument.h"
 
 namespace {
 
@@ -616,10 +617,10 @@ COXMLDocument* COXMLDocument::createDocument()
     return new COXMLDocument(new COXMLDocumentData);
 }
 
-COXMLDocument* COXMLDocument::createNewDocument(CkXml* /*root*/)
+COXMLDocument* COXMLDocument::createNewDocument(CkXml* root)
 {
-    // The toolkit's XML tree is not part of the library yet, so there is nothing to read from.
-    return nullptr;
+    // The toolkit tree becomes a document of its own; the handle is consumed either way.
+    return ckxml_to_document(root);
 }
 
 namespace {

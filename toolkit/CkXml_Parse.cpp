@@ -1,0 +1,428 @@
+// The forgiving one-pass parser of the toolkit's XML tree. Nothing is validated: end tags are
+// not compared with their start tags, and input that stops anywhere leaves the tree as it stood.
+// The parser keeps no stack of its own; the open element's parent pointer is the way back up, so
+// nesting of any depth costs no stack.
+
+#include "toolkit/CkXml_Tree.h"
+
+#include <cstring>
+#include <iterator>
+
+namespace ckxml {
+namespace {
+
+inline bool isWhite(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+inline char lowerAscii(char c)
+{
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// True if [p, end) starts with the lower-case literal, ignoring ASCII case.
+bool startsNoCase(const char* p, const char* end, const char* literal)
+{
+    for (; *literal; ++literal, ++p)
+        if (p >= end || lowerAscii(*p) != *literal)
+            return false;
+    return true;
+}
+
+bool startsWith(const char* p, const char* end, const char* literal)
+{
+    std::size_t n = std::strlen(literal);
+    return static_cast<std::size_t>(end - p) >= n && std::memcmp(p, literal, n) == 0;
+}
+
+// The first occurrence of the literal in [p, end), or end.
+const char* findText(const char* p, const char* end, const char* literal)
+{
+    std::size_t n = std::strlen(literal);
+    while (static_cast<std::size_t>(end - p) >= n) {
+        const char* hit = static_cast<const char*>(std::memchr(p, literal[0], static_cast<std::size_t>(end - p)));
+        if (hit == nullptr || static_cast<std::size_t>(end - hit) < n)
+            return end;
+        if (std::memcmp(hit, literal, n) == 0)
+            return hit;
+        p = hit + 1;
+    }
+    return end;
+}
+
+const char* findChar(const char* p, const char* end, char c)
+{
+    const char* hit = static_cast<const char*>(std::memchr(p, c, static_cast<std::size_t>(end - p)));
+    return hit ? hit : end;
+}
+
+void replaceAll(std::string& text, const char* from, const char* to)
+{
+    std::size_t pos = text.find(from);
+    if (pos == std::string::npos)
+        return;
+    const std::size_t fromLength = std::strlen(from);
+    std::string out;
+    out.reserve(text.size());
+    std::size_t last = 0;
+    while (pos != std::string::npos) {
+        out.append(text, last, pos - last);
+        out.append(to);
+        last = pos + fromLength;
+        pos = text.find(from, last);
+    }
+    out.append(text, last, std::string::npos);
+    text.swap(out);
+}
+
+// Attribute values are held resolved: the three white-space references first (only worth
+// looking for when there is a "#"), then the five predefined entities, "&amp;" last so that
+// "&amp;lt;" comes out as "&lt;". Every other reference stays as it stands.
+std::string attributeValue(const char* begin, const char* end)
+{
+    std::string value(begin, end);
+    if (value.find('&') == std::string::npos)
+        return value;
+    if (value.find('#') != std::string::npos) {
+        replaceAll(value, "&#x9;", "\t");
+        replaceAll(value, "&#xA;", "\n");
+        replaceAll(value, "&#xD;", "\r");
+    }
+    replaceAll(value, "&lt;", "<");
+    replaceAll(value, "&gt;", ">");
+    replaceAll(value, "&quot;", "\"");
+    replaceAll(value, "&apos;", "'");
+    replaceAll(value, "&amp;", "&");
+    return value;
+}
+
+// Keeps bytes of 128 and above, ASCII letters and digits and ". - _ : !"; a name that would then
+// begin with a digit, "-" or "." gets an "A" in front.
+inline bool keptInName(unsigned char c)
+{
+    return c >= 128 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '-' || c == '_' || c == ':' || c == '!';
+}
+
+std::string cleanAttributeName(const char* begin, const char* end)
+{
+    const char* p = begin;
+    while (p < end && keptInName(static_cast<unsigned char>(*p)))
+        ++p;
+    if (p == end && begin < end && !((*begin >= '0' && *begin <= '9') || *begin == '-' || *begin == '.'))
+        return std::string(begin, end);
+    std::string name;
+    name.reserve(static_cast<std::size_t>(end - begin) + 1);
+    for (const char* q = begin; q < end; ++q) {
+        if (keptInName(static_cast<unsigned char>(*q)))
+            name.push_back(*q);
+    }
+    if (!name.empty() && ((name[0] >= '0' && name[0] <= '9') || name[0] == '-' || name[0] == '.'))
+        name.insert(name.begin(), 'A');
+    return name;
+}
+
+// Reads one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
+// the closing quote of its kind; an unquoted one to the next quote of either kind. The closing
+// quote is consumed.
+std::string readValue(const char*& p, const char* end)
+{
+    if (p >= end)
+        return std::string();
+    const char* begin;
+    const char* close;
+    if (*p == '"' || *p == '\'') {
+        begin = p + 1;
+        close = findChar(begin, end, *p);
+    } else {
+        begin = p;
+        close = begin;
+        while (close < end && *close != '"' && *close != '\'')
+            ++close;
+    }
+    p = close < end ? close + 1 : end;
+    return attributeValue(begin, close);
+}
+
+class Parser {
+public:
+    Parser(const char* text, std::size_t size) : p_(text), end_(text + size) {}
+
+    std::shared_ptr<TreeInfo> run()
+    {
+        tree_ = makeTree("empty");
+        root_ = tree_->root;
+        current_ = root_;
+        p_ = findChar(p_, end_, '<');
+        while (p_ < end_) {
+            if (*p_ != '<') {
+                text();
+                continue;
+            }
+            ++p_;
+            if (p_ >= end_)
+                break;
+            if (!markup())
+                break;
+        }
+        return std::move(tree_);
+    }
+
+private:
+    // Text up to the next "<", trimmed; a second piece joins the first with one blank. Text
+    // outside the root element has no element to go to and is dropped.
+    void text()
+    {
+        const char* stop = findChar(p_, end_, '<');
+        const char* b = p_;
+        const char* e = stop;
+        p_ = stop;
+        while (b < e && isWhite(*b))
+            ++b;
+        while (e > b && isWhite(e[-1]))
+            --e;
+        if (b == e || !rootNamed_)
+            return;
+        std::string& content = current_->content;
+        if (!content.empty())
+            content.push_back(' ');
+        content.append(b, e);
+        lastWasCdata_ = false;
+    }
+
+    // One construct behind a "<". False when parsing is over.
+    bool markup()
+    {
+        const char c = *p_;
+        if (c == '!') {
+            if (startsWith(p_, end_, "!--")) {
+                const char* close = findText(p_ + 3, end_, "-->");
+                p_ = close < end_ ? close + 3 : end_;
+            } else if (startsWith(p_, end_, "![CDATA[")) {
+                cdata();
+            } else if (startsNoCase(p_, end_, "!doctype")) {
+                doctype();
+            } else {
+                skipPast('>');
+            }
+            return true;
+        }
+        if (c == '?') {
+            if (startsNoCase(p_, end_, "?xml ")) {
+                declaration();
+            } else if (startsNoCase(p_, end_, "?xml-stylesheet")) {
+                tree_->styleSheets.push_back(instruction());
+            } else {
+                tree_->otherInstructions += instruction();
+                tree_->otherInstructions.push_back('\n');
+            }
+            return true;
+        }
+        lastWasCdata_ = false;
+        if (c == '/') {
+            // The name in an end tag is never looked at: it closes whatever is open.
+            skipPast('>');
+            return close();
+        }
+        return startTag();
+    }
+
+    void skipPast(char c)
+    {
+        const char* hit = findChar(p_, end_, c);
+        p_ = hit < end_ ? hit + 1 : end_;
+    }
+
+    // Closes the open element; closing the root ends the parse.
+    bool close()
+    {
+        if (current_ == root_)
+            return false;
+        current_ = current_->parent;
+        return true;
+    }
+
+    void cdata()
+    {
+        const char* begin = p_ + 8;
+        const char* close = findText(begin, end_, "]]>");
+        p_ = close < end_ ? close + 3 : end_;
+        if (!rootNamed_)
+            return;
+        std::string& content = current_->content;
+        // Sections that follow each other directly make one text.
+        if (!content.empty() && !lastWasCdata_)
+            content.push_back(' ');
+        content.append(begin, close);
+        current_->cdata = true;
+        lastWasCdata_ = true;
+    }
+
+    // The DOCTYPE up to its matching ">", counting the brackets of an internal subset.
+    void doctype()
+    {
+        const char* begin = p_ - 1;
+        std::size_t depth = 1;
+        const char* q = p_;
+        for (; q < end_; ++q) {
+            if (*q == '<') {
+                ++depth;
+            } else if (*q == '>') {
+                if (--depth == 0)
+                    break;
+            }
+        }
+        const char* stop = q < end_ ? q + 1 : end_;
+        tree_->doctype.assign(begin, stop);
+        tree_->doctype.push_back('\n');
+        p_ = stop;
+    }
+
+    // A processing instruction as it stood, from "<" to "?>".
+    std::string instruction()
+    {
+        const char* begin = p_ - 1;
+        const char* close = findText(p_, end_, "?>");
+        p_ = close < end_ ? close + 2 : end_;
+        return std::string(begin, p_);
+    }
+
+    void declaration()
+    {
+        AttributeSet& set = tree_->declaration;
+        set.clear();
+        p_ += 5;
+        while (p_ < end_) {
+            while (p_ < end_ && isWhite(*p_))
+                ++p_;
+            if (p_ >= end_)
+                return;
+            if (*p_ == '>') {
+                ++p_;
+                return;
+            }
+            if (*p_ == '?') {
+                ++p_;
+                continue;
+            }
+            const char* nameBegin = p_;
+            while (p_ < end_ && !isWhite(*p_) && *p_ != '=' && *p_ != '?' && *p_ != '>')
+                ++p_;
+            std::string name;
+            for (const char* q = nameBegin; q < p_; ++q)
+                if (*q != '"' && *q != '\'' && *q != '<')
+                    name.push_back(*q);
+            std::string value = equalsAndValue();
+            if (!name.empty())
+                set.emplace_back(std::move(name), std::move(value));
+        }
+    }
+
+    // Behind an attribute name: an "=" and a value, or nothing and an empty value.
+    std::string equalsAndValue()
+    {
+        const char* q = p_;
+        while (q < end_ && isWhite(*q))
+            ++q;
+        if (q >= end_ || *q != '=')
+            return std::string();
+        p_ = q + 1;
+        while (p_ < end_ && isWhite(*p_))
+            ++p_;
+        return readValue(p_, end_);
+    }
+
+    bool startTag()
+    {
+        TreeNode* element = nullptr;
+        const bool more = startTagInto(element);
+        takeAttributes(element);
+        return more;
+    }
+
+    bool startTagInto(TreeNode*& element)
+    {
+        std::string name;
+        const char* q = p_;
+        while (q < end_ && !isWhite(*q) && *q != '/' && *q != '>')
+            ++q;
+        name.reserve(static_cast<std::size_t>(q - p_));
+        for (const char* r = p_; r < q; ++r)
+            if (*r != '<')
+                name.push_back(*r);
+        p_ = q;
+
+        if (!rootNamed_) {
+            root_->tag = std::move(name);
+            rootNamed_ = true;
+            element = root_;
+        } else {
+            element = tree_->appendChild(current_, std::move(name));
+        }
+        current_ = element;
+
+        while (p_ < end_) {
+            while (p_ < end_ && isWhite(*p_))
+                ++p_;
+            if (p_ >= end_)
+                return true;
+            if (*p_ == '>') {
+                ++p_;
+                return true;
+            }
+            if (*p_ == '/') {
+                ++p_;
+                if (p_ < end_ && *p_ == '>') {
+                    ++p_;
+                    return close();
+                }
+                continue;
+            }
+            const char* nameBegin = p_;
+            while (p_ < end_ && !isWhite(*p_) && *p_ != '=' && *p_ != '/' && *p_ != '>')
+                ++p_;
+            std::string attributeName = cleanAttributeName(nameBegin, p_);
+            std::string value = equalsAndValue();
+            // A name with nothing left after cleaning could not be written back.
+            if (attributeName.empty())
+                continue;
+            scratch_.emplace_back(std::move(attributeName), std::move(value));
+        }
+        return true;
+    }
+
+    // Attributes are gathered in a scratch list and moved over in one allocation of the right size.
+    void takeAttributes(TreeNode* element)
+    {
+        if (scratch_.empty())
+            return;
+        element->attributes.assign(std::make_move_iterator(scratch_.begin()), std::make_move_iterator(scratch_.end()));
+        scratch_.clear();
+    }
+
+    const char* p_;
+    const char* const end_;
+    std::shared_ptr<TreeInfo> tree_;
+    TreeNode* root_ = nullptr;
+    TreeNode* current_ = nullptr;
+    bool rootNamed_ = false;
+    bool lastWasCdata_ = false;
+    AttributeSet scratch_;
+};
+
+} // namespace
+
+std::shared_ptr<TreeInfo> makeTree(const char* rootTag)
+{
+    std::shared_ptr<TreeInfo> tree = std::make_shared<TreeInfo>();
+    tree->root = tree->newNode(rootTag, nullptr);
+    return tree;
+}
+
+std::shared_ptr<TreeInfo> parse(const char* text, std::size_t size)
+{
+    return Parser(text, size).run();
+}
+
+} // namespace ckxml

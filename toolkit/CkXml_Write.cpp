@@ -1,0 +1,260 @@
+// The fixed text form of the toolkit's XML tree, and the small text helpers around it.
+
+#include "toolkit/CkXml_Tree.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace ckxml {
+namespace {
+
+// Indentation stops growing here, so that deep trees cost linear time and space.
+const int kMaxIndentDepth = 50;
+
+void appendEscapedAttribute(std::string& out, const std::string& value)
+{
+    for (char c : value) {
+        switch (c) {
+        case '"': out += "&quot;"; break;
+        case '&': out += "&amp;"; break;
+        case '>': out += "&gt;"; break;
+        case '<': out += "&lt;"; break;
+        case '\'': out += "&apos;"; break;
+        case '\t': out += "&#x9;"; break;
+        case '\n': out += "&#xA;"; break;
+        case '\r': out += "&#xD;"; break;
+        default: out.push_back(c); break;
+        }
+    }
+}
+
+void appendAttributes(std::string& out, const AttributeSet& set)
+{
+    for (const auto& attribute : set) {
+        out.push_back(' ');
+        out += attribute.first;
+        out += "=\"";
+        appendEscapedAttribute(out, attribute.second);
+        out.push_back('"');
+    }
+}
+
+// CDATA text without any section markers in it, removed in one pass so that taking one out can't
+// leave another behind.
+void appendCdataBody(std::string& out, const std::string& text)
+{
+    static const char kOpen[] = "<![CDATA[";
+    static const char kClose[] = "]]>";
+    const std::size_t start = out.size();
+    for (char c : text) {
+        out.push_back(c);
+        const std::size_t n = out.size() - start;
+        if (c == '>' && n >= 3 && out.compare(out.size() - 3, 3, kClose) == 0)
+            out.resize(out.size() - 3);
+        else if (c == '[' && n >= 9 && out.compare(out.size() - 9, 9, kOpen) == 0)
+            out.resize(out.size() - 9);
+    }
+}
+
+class Writer {
+public:
+    Writer(std::string& out, bool compact) : out_(out), compact_(compact) {}
+
+    void lineEnd()
+    {
+        if (!compact_)
+            out_ += "\r\n";
+    }
+
+    void indent(int depth)
+    {
+        if (!compact_)
+            out_.append(static_cast<std::size_t>(std::min(depth, kMaxIndentDepth)) * 4, ' ');
+    }
+
+    // Writes the element's start, its content and, when it has no children, its end. True when
+    // the element is left open for its children.
+    bool open(const TreeNode* n, int depth)
+    {
+        indent(depth);
+        out_.push_back('<');
+        appendTag(n);
+        appendAttributes(out_, n->attributes);
+        if (n->content.empty() && n->children.empty()) {
+            out_ += "/>";
+            lineEnd();
+            return false;
+        }
+        out_.push_back('>');
+        if (!n->content.empty()) {
+            if (n->cdata) {
+                out_ += "<![CDATA[";
+                appendCdataBody(out_, n->content);
+                out_ += "]]>";
+            } else {
+                // Content still holds its references, so it goes out as it is.
+                out_ += n->content;
+            }
+        }
+        if (n->children.empty()) {
+            closeTag(n);
+            return false;
+        }
+        lineEnd();
+        return true;
+    }
+
+    void close(const TreeNode* n, int depth)
+    {
+        indent(depth);
+        closeTag(n);
+    }
+
+private:
+    void appendTag(const TreeNode* n)
+    {
+        if (n->tag.empty())
+            out_ += "nothing";
+        else
+            out_ += n->tag;
+    }
+
+    void closeTag(const TreeNode* n)
+    {
+        out_ += "</";
+        appendTag(n);
+        out_.push_back('>');
+        lineEnd();
+    }
+
+    std::string& out_;
+    bool compact_;
+};
+
+void writeDeclaration(std::string& out, const TreeInfo& tree)
+{
+    AttributeSet set = tree.declaration;
+    auto find = [&set](const char* name) {
+        return std::find_if(set.begin(), set.end(), [name](const AttributeSet::value_type& a) { return a.first == name; });
+    };
+    if (find("encoding") == set.end()) {
+        if (find("version") == set.end())
+            set.insert(set.begin(), AttributeSet::value_type("version", "1.0"));
+        set.emplace_back("encoding", "utf-8");
+    }
+    std::stable_partition(set.begin(), set.end(),
+                          [](const AttributeSet::value_type& a) { return a.first != "standalone"; });
+    out += "<?xml";
+    appendAttributes(out, set);
+    out += "?>";
+}
+
+} // namespace
+
+std::string writeText(const TreeNode* node, bool emitDeclaration)
+{
+    const TreeInfo& tree = *node->tree;
+    std::string out;
+    Writer writer(out, tree.compact);
+    if (node->parent == nullptr) {
+        if (emitDeclaration) {
+            writeDeclaration(out, tree);
+            writer.lineEnd();
+        }
+        for (const std::string& line : tree.styleSheets) {
+            out += line;
+            writer.lineEnd();
+        }
+        if (!tree.doctype.empty()) {
+            out += tree.doctype;
+            writer.lineEnd();
+        }
+        if (!tree.otherInstructions.empty()) {
+            out += tree.otherInstructions;
+            writer.lineEnd();
+        }
+    }
+
+    // Elements left open for their children, with the index of the next child to write.
+    struct Frame {
+        const TreeNode* node;
+        std::size_t next;
+    };
+    std::vector<Frame> open;
+    if (writer.open(node, 0))
+        open.push_back(Frame{node, 0});
+    while (!open.empty()) {
+        Frame& top = open.back();
+        const int depth = static_cast<int>(open.size()) - 1;
+        if (top.next < top.node->children.size()) {
+            const TreeNode* child = top.node->children[top.next++];
+            if (writer.open(child, depth + 1))
+                open.push_back(Frame{child, 0});
+        } else {
+            writer.close(top.node, depth);
+            open.pop_back();
+        }
+    }
+    return out;
+}
+
+std::string resolveFive(const std::string& text)
+{
+    std::size_t amp = text.find('&');
+    if (amp == std::string::npos)
+        return text;
+    static const struct {
+        const char* name;
+        std::size_t length;
+        char c;
+    } kEntities[] = {{"&amp;", 5, '&'}, {"&apos;", 6, '\''}, {"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&quot;", 6, '"'}};
+    std::string out(text, 0, amp);
+    out.reserve(text.size());
+    for (std::size_t i = amp; i < text.size();) {
+        if (text[i] != '&') {
+            out.push_back(text[i++]);
+            continue;
+        }
+        bool matched = false;
+        for (const auto& e : kEntities) {
+            if (text.compare(i, e.length, e.name) == 0) {
+                out.push_back(e.c);
+                i += e.length;
+                matched = true;
+                break;
+            }
+        }
+        if (!matched)
+            out.push_back(text[i++]);
+    }
+    return out;
+}
+
+void Trail::begin(const char* operation)
+{
+    text_.assign(operation);
+    text_ += ":\r\n";
+}
+
+void Trail::add(const char* name, const std::string& value)
+{
+    text_ += "    ";
+    text_ += name;
+    text_ += ": ";
+    text_ += value;
+    text_ += "\r\n";
+}
+
+void Trail::message(const char* text)
+{
+    text_ += "    ";
+    text_ += text;
+    text_ += "\r\n";
+}
+
+void Trail::end(bool success)
+{
+    text_ += success ? "    Success.\r\n" : "    Failed.\r\n";
+}
+
+} // namespace ckxml
