@@ -1,0 +1,112 @@
+#ifndef VELLUMENT_VELLUMENT_IMPL_H
+#define VELLUMENT_VELLUMENT_IMPL_H
+
+#include <string>
+#include <vector>
+
+#include <vellument/DateTime.h>
+#include <vellument/VellumentTypes.h>
+
+class COXMLDocument;
+class COXMLNode;
+class CTransaction;
+class CDictionary;
+class CFiling;
+class CStatus;
+class CCopy;
+
+// The private record behind CVellument: the document, its trail and the flags that opening
+// leaves behind. Owned through CVellument's shared pointer; its destructor releases the trail.
+// No virtual operations.
+class vellument_impl {
+public:
+    vellument_impl();
+    ~vellument_impl();
+
+    vellument_impl(const vellument_impl&) = delete;
+    vellument_impl& operator=(const vellument_impl&) = delete;
+
+    // --- Opening -------------------------------------------------------------------------------
+
+    // Upper-cases the name (empty: "Vellument.XML"), stores it and sets the company directory to
+    // the folder above a HISTORIES or DRAFTS sub-folder.
+    void form_name_and_company_dir(const char* name);
+    void open(const char* name, const char* filing_ein, const char* filing_year, const char* vendor_code,
+              bool is_test, bool read_only);
+    // Root attributes, document dictionary and transactions of a parsed document, appended to
+    // what is held.
+    void read_document(COXMLDocument* document);
+    // A default transaction appended as the new current one.
+    CTransaction* create_new_transaction();
+    // form_type_string, or the form type read from the code between the underscores of the name.
+    std::string create_form_type_text() const;
+    // The dictionary of the nearest earlier transaction whose dictionary has entries; null if none.
+    CDictionary* get_previous_dictionary() const;
+
+    // --- Validation ----------------------------------------------------------------------------
+
+    // True when the file differs from what the library last saved; may replace the file by the
+    // server's copy.
+    bool validate_vellument(std::string& name, const char* filing_year, const char* filing_ein);
+    // Lower-case hex MD5 of the file's bytes; "-1" when none could be computed.
+    static std::string hash_file(const std::string& path);
+    // Company directory + "Histories\Vellument.INI".
+    static std::string history_settings_path();
+
+    // --- Saving --------------------------------------------------------------------------------
+
+    COXMLNode* create_xml_node(COXMLDocument* document);
+    int save(const char* file_name);
+    // Copies the file as it stands to its ".BAK" name.
+    void save_vellument();
+    // The save that follows a change of the trail while opening.
+    void save_after_open();
+
+    // --- The trail -----------------------------------------------------------------------------
+
+    // The last transaction; null, with a log line, when there is none.
+    CTransaction* current_transaction() const;
+    void create_user_edit_or_download_transaction(bool read_only, bool hash_changed);
+    // Adds to the current status an employer or payer copy made from the federal copy when the
+    // employer history file lies beside the federal form's file; marks the trail corrected.
+    void add_employer_copy_from_history_file(CCopy* federal);
+    void complete_current_transaction();
+    void complete_filing(CFiling* filing, CStatus* status);
+    CCopy* find_latest_copy(Vellument::FILING_TYPE type, const char* identifier) const;
+    void clear_current_status();
+    void clear_current_package();
+    bool is_package_ready_to_efile() const;
+    std::string get_history_file_location() const;
+
+    // --- Fields, in this order -----------------------------------------------------------------
+
+    bool web_service_error = false;
+    bool has_status = false;
+    bool work_in_progress = false;
+    bool hash_value_exists = false;
+    bool saved_hash_exists = false;
+    bool server_hash_exists = false;
+    bool downloaded_vellument = false;
+    bool transaction_corrected = false;
+    int version = 200;  // never below 200; the writer always writes 200
+    std::string filing_period_start;
+    std::string filing_period_end;
+    std::string registration_mode;
+    std::string form_type_string;
+    std::string filing_ein;
+    std::string filing_year;
+    std::string vendor_code;
+    std::string vellument_name;
+    int xml_error_code = 0;
+    char xml_error_text[256] = {};  // 255 characters and the terminator
+    CDateTime modified_date;
+    COXMLNode* root_node = nullptr;                     // scratch, not owned
+    CTransaction* last_bug_fix_transaction = nullptr;   // not owned
+    // local_list_map, the local code list, goes here; it comes with the database layer.
+    CDictionary* dictionary = nullptr;                  // owned, never null
+    // database, the mapper, goes here; it comes with the database layer.
+    std::vector<CTransaction*> transactions;            // owned, in trail order
+    bool read_only = false;
+};
+
+#endif

@@ -1,0 +1,188 @@
+#ifndef VELLUMENT_TESTS_DATA_VELLUMENT_COMPANY_H
+#define VELLUMENT_TESTS_DATA_VELLUMENT_COMPANY_H
+
+// A company directory on disk laid out as the application lays it out, addressed in Windows form,
+// and small helpers to write vellument files by hand and to look at what the library left.
+
+#include <openssl/evp.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_IniFile.h>
+#include <vellument/Ostrel_Log.h>
+
+#include "test_util.h"
+
+namespace vlmtest {
+
+inline std::string md5_hex(const std::string& bytes)
+{
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_md5(), nullptr);
+    std::string hex;
+    char two[3];
+    for (unsigned int i = 0; i < size; ++i) {
+        std::snprintf(two, sizeof two, "%02x", digest[i]);
+        hex += two;
+    }
+    return hex;
+}
+
+inline std::string upper(std::string text)
+{
+    for (char& c : text)
+        if (c >= 'a' && c <= 'z')
+            c = static_cast<char>(c - 'a' + 'A');
+    return text;
+}
+
+// <tmp>/Co with Histories and Drafts, in mixed case on disk.
+class Company {
+public:
+    Company()
+    {
+        disk_ = tmp_.path() + "/Co";
+        std::filesystem::create_directories(disk_ + "/Histories");
+        std::filesystem::create_directories(disk_ + "/Drafts");
+        win_ = Ostrel::FileSystem::ToWindowsPath(disk_.c_str());
+    }
+
+    // Windows form of a file under the company directory; relative uses backslashes.
+    std::string win(const std::string& relative) const { return win_ + "\\" + relative; }
+    // Disk form; relative uses slashes.
+    std::string disk(const std::string& relative) const { return disk_ + "/" + relative; }
+    // The Windows name as the library keys it after opening.
+    std::string key(const std::string& relative) const { return upper(win(relative)); }
+    std::string company_dir() const { return upper(win_) + "\\"; }
+
+    std::string settings() const { return win("Histories\\Vellument.INI"); }
+    std::string setting(const std::string& key) const
+    {
+        return _GetValue(settings(), "VELLUMENT", key.c_str(), "Not Found", false);
+    }
+    // Records the file's hash as a save by the library would, so that it doesn't count as edited.
+    // relative is in Windows form ("Histories\\Vellument_W2_2021.VLM").
+    void record_hash(const std::string& relative) const
+    {
+        std::string on_disk = relative;
+        for (char& c : on_disk)
+            if (c == '\\')
+                c = '/';
+        _SetValue(settings().c_str(), key(relative).c_str(), md5_hex(read(on_disk)).c_str());
+    }
+
+    void write(const std::string& relative, const std::string& bytes) const { testutil::write_file(disk(relative), bytes); }
+    // Files the library makes carry its upper-cased names: look them up as Windows would.
+    std::string read(const std::string& relative) const { return testutil::read_file(resolve(relative)); }
+    bool exists(const std::string& relative) const { return std::filesystem::exists(resolve(relative)); }
+    std::string resolve(const std::string& relative) const
+    {
+        std::string path = disk_;
+        std::string::size_type from = 0;
+        while (from <= relative.size()) {
+            std::string::size_type slash = relative.find('/', from);
+            if (slash == std::string::npos)
+                slash = relative.size();
+            const std::string part = relative.substr(from, slash - from);
+            from = slash + 1;
+            std::string found = part;
+            if (!std::filesystem::exists(path + "/" + part) && std::filesystem::is_directory(path)) {
+                for (const auto& entry : std::filesystem::directory_iterator(path)) {
+                    if (upper(entry.path().filename().string()) == upper(part))
+                        found = entry.path().filename().string();
+                }
+            }
+            path += "/" + found;
+        }
+        return path;
+    }
+
+    // Every file below the company directory with its bytes, to prove that nothing changed.
+    std::map<std::string, std::string> snapshot() const
+    {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(disk_)) {
+            if (entry.is_regular_file())
+                files[entry.path().string()] = testutil::read_file(entry.path().string());
+        }
+        return files;
+    }
+
+private:
+    testutil::TempDir tmp_;
+    std::string disk_;
+    std::string win_;
+};
+
+// Counts message boxes instead of showing them.
+class MessageBoxSpy {
+public:
+    MessageBoxSpy() { Ostrel::Log::SetMessageBoxHandler(&MessageBoxSpy::show, this); }
+    ~MessageBoxSpy() { Ostrel::Log::SetMessageBoxHandler(nullptr, nullptr); }
+    std::vector<std::string> texts;
+
+private:
+    static int show(void* context, const char* text, unsigned int)
+    {
+        static_cast<MessageBoxSpy*>(context)->texts.push_back(text != nullptr ? text : "");
+        return Ostrel::Log::BUTTON_OK;
+    }
+};
+
+// Collects the log lines of its lifetime.
+class LogCapture {
+public:
+    LogCapture()
+    {
+        level_ = Ostrel::Log::GetLevel();
+        Ostrel::Log::SetLevel(4);
+        Ostrel::Log::SetSink(&LogCapture::sink, this);
+    }
+    ~LogCapture()
+    {
+        Ostrel::Log::SetSink(nullptr, nullptr);
+        Ostrel::Log::SetLevel(level_);
+    }
+    bool contains(const std::string& text) const
+    {
+        for (const std::string& line : lines)
+            if (line.find(text) != std::string::npos)
+                return true;
+        return false;
+    }
+    std::vector<std::string> lines;
+
+private:
+    static void sink(void* context, Ostrel::Log::Level, const char*, int, const char*, const char* text)
+    {
+        static_cast<LogCapture*>(context)->lines.push_back(text != nullptr ? text : "");
+    }
+    int level_;
+};
+
+// Hand-written documents, independent of the library's writer.
+inline std::string trail(const std::string& root_attributes, const std::string& body)
+{
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<AuditTrail " + root_attributes + ">" + body +
+           "</AuditTrail>\n";
+}
+
+inline std::string transaction(const std::string& action, const std::string& status_body = "",
+                               const std::string& package_body = "", const std::string& dictionary = "")
+{
+    std::string text = "<Transaction Action=\"" + action + "\">";
+    if (!dictionary.empty())
+        text += "<Dictionary " + dictionary + "/>";
+    text += "<Package>" + package_body + "</Package><Status>" + status_body + "</Status></Transaction>";
+    return text;
+}
+
+} // namespace vlmtest
+
+#endif
