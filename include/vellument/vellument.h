@@ -13,9 +13,29 @@
 #include <vellument/Ostrel_Log.h>
 #include <vellument/Ostrel_XML.h>
 
-// Values
+// Values, enumerations and tables
 #include <vellument/AuditUtil.h>
 #include <vellument/DateTime.h>
+#include <vellument/VellumentTypes.h>
+#include <vellument/attributeDic.h>
+#include <vellument/FormCodes.h>
+#include <vellument/CPathHandling.h>
+
+// Records
+#include <vellument/CFormBase.h>
+#include <vellument/CForm.h>
+#include <vellument/CHistory.h>
+#include <vellument/CFilingBase.h>
+#include <vellument/CFiling.h>
+#include <vellument/CCopy.h>
+#include <vellument/CStatusBase.h>
+#include <vellument/CPackage.h>
+#include <vellument/CStatus.h>
+#include <vellument/CDictionary.h>
+#include <vellument/CTransaction.h>
+
+// The vellument
+#include <vellument/CVellument.h>
 
 // Toolkit
 #include <vellument/XString.h>
@@ -23,5 +43,6 @@
 #include <vellument/CkCrypt2.h>
 #include <vellument/CkString.h>
 #include <vellument/CkStringBuilder.h>
+#include <vellument/CkXml.h>
 
 #endif
