@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang and runs each one for FUZZ_SECONDS (default 60)
-# on a copy of its seed corpus. Any finding fails the run.
+# Builds the libFuzzer targets with clang and runs each one for FUZZ_SECONDS (default 60),
+# or FUZZ_SECONDS_<name> for that target, on a copy of its seed corpus. Any finding fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -15,10 +15,12 @@ status=0
 for exe in "$build"/fuzz/fuzz_*; do
   [ -x "$exe" ] || continue
   name=$(basename "$exe"); name=${name#fuzz_}
+  var="FUZZ_SECONDS_$name"
+  target_seconds=${!var:-$seconds}
   work=$(mktemp -d)
   [ -d "fuzz/corpus/$name" ] && cp -r "fuzz/corpus/$name/." "$work/"
-  echo "fuzz: $name for ${seconds}s"
-  if ! "$exe" "$work" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=65536 \
+  echo "fuzz: $name for ${target_seconds}s"
+  if ! "$exe" "$work" -max_total_time="$target_seconds" -timeout=10 -rss_limit_mb=2048 -max_len=65536 \
        -artifact_prefix="$build/fuzz/$name-" -print_final_stats=1 2>"$build/fuzz/$name.log"; then
     echo "fuzz: $name found a problem:"; tail -40 "$build/fuzz/$name.log"; status=1
   else
