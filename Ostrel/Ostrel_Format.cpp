@@ -13,25 +13,6 @@ const char16_t kHigh1252[32] = {
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
 };
 
-void append_utf8(std::string& out, char32_t ch)
-{
-    if (ch < 0x80) {
-        out.push_back(static_cast<char>(ch));
-    } else if (ch < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (ch >> 6)));
-        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
-    } else if (ch < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (ch >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((ch >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (ch >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((ch >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((ch >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
-    }
-}
-
 // Decodes one well-formed UTF-8 sequence at text[i]. Returns its length, or 0 when the
 // bytes there are not a valid sequence.
 std::size_t decode_utf8(const unsigned char* text, std::size_t length, std::size_t i, char32_t& ch)
@@ -100,6 +81,25 @@ void for_each_utf16(const std::u16string& text, Fn fn)
 
 } // namespace
 
+void AppendUtf8(std::string& out, char32_t ch)
+{
+    if (ch < 0x80) {
+        out.push_back(static_cast<char>(ch));
+    } else if (ch < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (ch >> 6)));
+        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
+    } else if (ch < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (ch >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((ch >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (ch >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((ch >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((ch >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
+    }
+}
+
 char32_t Cp1252ToUnicode(unsigned char byte)
 {
     if (byte >= 0x80 && byte < 0xA0)
@@ -129,7 +129,7 @@ std::string AnsiToUtf8(const char* text, std::size_t length)
         if (b < 0x80)
             out.push_back(static_cast<char>(b));
         else
-            append_utf8(out, Cp1252ToUnicode(b));
+            AppendUtf8(out, Cp1252ToUnicode(b));
     }
     return out;
 }
@@ -196,7 +196,7 @@ std::string WideToUtf8(const std::u16string& text)
 {
     std::string out;
     out.reserve(text.size());
-    for_each_utf16(text, [&](char32_t c) { append_utf8(out, c); });
+    for_each_utf16(text, [&](char32_t c) { AppendUtf8(out, c); });
     return out;
 }
 

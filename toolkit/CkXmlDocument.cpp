@@ -205,21 +205,7 @@ std::string resolveReferences(const std::string& text)
                 if (ok && value <= 0x10FFFF && isXmlChar(static_cast<char32_t>(value))) {
                     char32_t c = static_cast<char32_t>(value);
                     // Back to UTF-8, to be escaped with the rest.
-                    if (c < 0x80) {
-                        out.push_back(static_cast<char>(c));
-                    } else if (c < 0x800) {
-                        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-                        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-                    } else if (c < 0x10000) {
-                        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-                        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-                        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-                    } else {
-                        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-                        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-                        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-                        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-                    }
+                    Ostrel::Format::AppendUtf8(out, c);
                     i = semi + 1;
                     continue;
                 }

@@ -15,25 +15,6 @@ const std::size_t kNulWindow = 200;
 // Encoding names longer than this are no encoding anyone knows.
 const std::size_t kMaxEncodingName = 64;
 
-void putUtf8(std::string& out, char32_t c)
-{
-    if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
-}
-
 // UTF-16 to UTF-8. Strict: an unpaired surrogate fails the conversion; otherwise it becomes
 // U+FFFD. A last odd byte is dropped.
 bool fromUtf16(const unsigned char* p, std::size_t n, bool bigEndian, bool strict, std::string& out)
@@ -48,7 +29,7 @@ bool fromUtf16(const unsigned char* p, std::size_t n, bool bigEndian, bool stric
         if (u >= 0xD800 && u <= 0xDBFF && i + 3 < n) {
             char32_t low = unit(i + 2);
             if (low >= 0xDC00 && low <= 0xDFFF) {
-                putUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+                Ostrel::Format::AppendUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
                 i += 2;
                 continue;
             }
@@ -58,7 +39,7 @@ bool fromUtf16(const unsigned char* p, std::size_t n, bool bigEndian, bool stric
                 return false;
             u = 0xFFFD;
         }
-        putUtf8(out, u);
+        Ostrel::Format::AppendUtf8(out, u);
     }
     return true;
 }
@@ -73,7 +54,7 @@ bool fromUtf32(const unsigned char* p, std::size_t n, bool bigEndian, std::strin
                                : (char32_t(p[i + 3]) << 24) | (char32_t(p[i + 2]) << 16) | (char32_t(p[i + 1]) << 8) | p[i];
         if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
             return false;
-        putUtf8(out, c);
+        Ostrel::Format::AppendUtf8(out, c);
     }
     return true;
 }
@@ -83,7 +64,7 @@ bool fromLatin1(const unsigned char* p, std::size_t n, std::string& out)
     out.clear();
     out.reserve(n + n / 8);
     for (std::size_t i = 0; i < n; ++i)
-        putUtf8(out, p[i]);
+        Ostrel::Format::AppendUtf8(out, p[i]);
     return true;
 }
 

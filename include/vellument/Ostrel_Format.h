@@ -17,6 +17,9 @@ VELLUMENT_API char32_t Cp1252ToUnicode(unsigned char byte);
 // The Windows-1252 byte of a Unicode character, or -1 when the code page has none.
 VELLUMENT_API int UnicodeToCp1252(char32_t ch);
 
+// Appends one Unicode character as UTF-8.
+VELLUMENT_API void AppendUtf8(std::string& out, char32_t ch);
+
 // ANSI to UTF-8: total, every byte has a character.
 VELLUMENT_API std::string AnsiToUtf8(const char* text, std::size_t length);
 VELLUMENT_API std::string AnsiToUtf8(const std::string& text);
