@@ -386,6 +386,23 @@ int OpenNoBlock(const std::string& path, int flags, mode_t mode = 0)
     return fd;
 }
 
+// Opens a regular file for reading; directories, pipes and devices are refused, since reading
+// them could block or never end. -1 with the last error set on failure.
+int OpenRegularForRead(const std::string& disk, struct stat& st)
+{
+    int fd = OpenNoBlock(disk, O_RDONLY);
+    if (fd < 0) {
+        SetErrorForPath(errno, disk);
+        return -1;
+    }
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        Error::SetLastError(Error::ACCESS_DENIED);
+        return -1;
+    }
+    return fd;
+}
+
 void SyncDirectory(const std::string& dir)
 {
     int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -648,17 +665,10 @@ bool FileSystem::CopyFileA(const char* source, const char* target, bool fail_if_
     std::string from, to;
     if (!MapForOperation(source, from) || !MapForOperation(target, to))
         return false;
-    int in = OpenNoBlock(from, O_RDONLY);
-    if (in < 0) {
-        SetErrorForPath(errno, from);
-        return false;
-    }
     struct stat st;
-    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
-        ::close(in);
-        Error::SetLastError(Error::ACCESS_DENIED);
+    int in = OpenRegularForRead(from, st);
+    if (in < 0)
         return false;
-    }
     bool ok = ReplaceAtomically(
         to,
         [in](int out) {
@@ -827,18 +837,10 @@ bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t m
     std::string disk;
     if (!MapForOperation(path, disk))
         return false;
-    int fd = OpenNoBlock(disk, O_RDONLY);
-    if (fd < 0) {
-        SetErrorForPath(errno, disk);
-        return false;
-    }
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        // Directories, pipes and devices: reading them could block or never end.
-        ::close(fd);
-        Error::SetLastError(Error::ACCESS_DENIED);
+    int fd = OpenRegularForRead(disk, st);
+    if (fd < 0)
         return false;
-    }
     if (st.st_size > 0 && static_cast<unsigned long long>(st.st_size) > max_size) {
         ::close(fd);
         Error::SetLastError(kErrorFileTooLarge);
