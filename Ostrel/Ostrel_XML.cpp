@@ -32,12 +32,45 @@ const int kCodeInvalidArgument = static_cast<int>(Ostrel::Error::INVALID_PARAMET
 
 const char kPendingHolderName[] = "vellument-pending-elements";
 
+// Eight bytes at a time: every text crossing the interface is checked.
+bool is_ascii(const char* p, std::size_t n)
+{
+    std::uint64_t high = 0;
+    for (; n >= 8; p += 8, n -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        high |= word;
+    }
+    for (; n > 0; ++p, --n)
+        high |= static_cast<unsigned char>(*p);
+    return (high & 0x8080808080808080ull) == 0;
+}
+
 bool is_ascii(const char* text)
 {
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p)
-        if (*p & 0x80)
-            return false;
-    return true;
+    return is_ascii(text, std::strlen(text));
+}
+
+bool is_ascii(const std::string& bytes)
+{
+    return is_ascii(bytes.data(), bytes.size());
+}
+
+// The simple name of a path "./Name" or "Name" that walking the children answers as XPath
+// would, or null for anything else. Operator names are left to XPath.
+const char* simple_child_name(const char* xpath)
+{
+    const char* name = (xpath[0] == '.' && xpath[1] == '/') ? xpath + 2 : xpath;
+    const char* p = name;
+    if (!((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || *p == '_'))
+        return nullptr;
+    for (++p; *p; ++p)
+        if (!((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || (*p >= '0' && *p <= '9') || *p == '_'))
+            return nullptr;
+    if (std::strcmp(name, "and") == 0 || std::strcmp(name, "or") == 0 || std::strcmp(name, "div") == 0 ||
+        std::strcmp(name, "mod") == 0)
+        return nullptr;
+    return name;
 }
 
 // Text coming in from a caller is ANSI; the tree holds UTF-8. ASCII needs no conversion.
@@ -55,6 +88,7 @@ public:
         }
     }
     const char* c_str() const { return ptr_; }
+    bool ascii() const { return buffer_.empty(); }
 
 private:
     const char* ptr_;
@@ -176,6 +210,9 @@ struct COXMLDocumentData {
     int error_code = 0;
     std::string error_text;
 
+    // Set while every text in the tree is known to be ASCII, so none needs checking on the way out.
+    bool all_ascii = false;
+
     // Readers ask for a node's attributes in the order they were written: the search for the
     // next one starts after the last one found on the same node.
     pugi::xml_node_struct* hint_node = nullptr;
@@ -188,6 +225,20 @@ struct COXMLDocumentData {
             hint_attribute = n.first_attribute();
         }
         return n.attribute(utf8_name, hint_attribute);
+    }
+
+    // The element createElement made last, and a bit per name hash of the attributes set on it
+    // since: a clear bit proves a name new, so writing a fresh element needs no search.
+    pugi::xml_node_struct* fresh_node = nullptr;
+    std::uint64_t fresh_names = 0;
+
+    // Length and the outer letters tell the names of one element apart well enough.
+    static std::uint64_t name_bit(const char* name)
+    {
+        const std::size_t n = std::strlen(name);
+        const unsigned char first = static_cast<unsigned char>(name[0]);
+        const unsigned char last = n > 0 ? static_cast<unsigned char>(name[n - 1]) : 0;
+        return std::uint64_t(1) << ((n * 5 + first * 7 + last * 13) & 63);
     }
 
     // Text given out in ANSI lives here until it has been overwritten 16 calls later.
@@ -312,7 +363,7 @@ struct COXMLDocumentData {
     {
         if (utf8 == nullptr)
             return "";
-        if (is_ascii(utf8))
+        if (all_ascii || is_ascii(utf8))
             return utf8;
         std::string& slot = ring[ring_next];
         ring_next = (ring_next + 1) % kRingSize;
@@ -448,7 +499,17 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
     }
     InText uname(name);
     InText uvalue(value);
-    pugi::xml_attribute a = n.attribute(uname.c_str());
+    if (!uname.ascii() || !uvalue.ascii())
+        d.all_ascii = false;
+    pugi::xml_attribute a;
+    if (n.internal_object() == d.fresh_node) {
+        const std::uint64_t bit = COXMLDocumentData::name_bit(uname.c_str());
+        if (d.fresh_names & bit)
+            a = n.attribute(uname.c_str());
+        d.fresh_names |= bit;
+    } else {
+        a = n.attribute(uname.c_str());
+    }
     if (!a)
         a = n.append_attribute(uname.c_str());
     a.set_value(uvalue.c_str());
@@ -516,6 +577,14 @@ COXMLNode* COXMLNode::selectSingleNode(const char* xpath) const
         return nullptr;
     COXMLDocumentData& d = *owner_;
     pugi::xml_node context = COXMLDocumentData::node_of(this);
+    if (const char* name = simple_child_name(xpath)) {
+        if (context != d.holder) {
+            for (pugi::xml_node c = context.first_child(); c; c = c.next_sibling())
+                if (c.type() == pugi::node_element && c != d.holder && std::strcmp(c.name(), name) == 0)
+                    return d.wrap(c);
+            return nullptr;
+        }
+    }
     try {
         InText text(xpath);
         pugi::xpath_query query(text.c_str());
@@ -543,6 +612,20 @@ std::shared_ptr<COXMLNodeList> COXMLNode::selectNodes(const char* xpath, bool /*
         return std::shared_ptr<COXMLNodeList>();
     COXMLDocumentData& d = *owner_;
     pugi::xml_node context = COXMLDocumentData::node_of(this);
+    // The children a record reads are found by walking them: compiling XPath costs far more.
+    if (const char* name = simple_child_name(xpath)) {
+        if (context != d.holder) {
+            std::shared_ptr<COXMLNodeList> list;
+            for (pugi::xml_node c = context.first_child(); c; c = c.next_sibling()) {
+                if (c.type() != pugi::node_element || c == d.holder || std::strcmp(c.name(), name) != 0)
+                    continue;
+                if (!list)
+                    list = std::make_shared<COXMLNodeList>();
+                list->items_->nodes.push_back(d.wrap(c));
+            }
+            return list;
+        }
+    }
     try {
         InText text(xpath);
         pugi::xpath_query query(text.c_str());
@@ -644,6 +727,8 @@ std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, pugi::xml_e
                "No document element found");
         return nullptr;
     }
+    // Parsed in place, every text lies in the buffer, escapes decoded included.
+    data->all_ascii = encoding == pugi::encoding_utf8 && is_ascii(data->source);
     return data;
 }
 
@@ -797,7 +882,14 @@ COXMLNode* COXMLDocument::createElement(const char* name)
         return nullptr;
     }
     InText uname(name);
-    return data_->wrap(data_->pending_holder().append_child(uname.c_str()));
+    if (!uname.ascii())
+        data_->all_ascii = false;
+    pugi::xml_node element = data_->pending_holder().append_child(uname.c_str());
+    if (element) {
+        data_->fresh_node = element.internal_object();
+        data_->fresh_names = 0;
+    }
+    return data_->wrap(element);
 }
 
 COXMLNode* COXMLDocument::getDocumentElement()

@@ -81,13 +81,16 @@ CCopy::CCopy(COXMLNode* node) : CFilingBase(node), m_copy(new Record)
     if (node == nullptr)
         return;
     try {
-        read_date(node->getAttribute("Date"));
+        // Deleted follows the base's attributes in the file and Date leads them: read in that
+        // order, each search resumes where the last one stopped.
         m_copy->deleted = AuditUtil::to_bool(node->getAttribute("Deleted"));
+        read_date(node->getAttribute("Date"));
         // Children only: in a sound document that is every History there is, and a hostile one that
         // nests records inside records can't make each level read all the levels below it.
         std::shared_ptr<COXMLNodeList> histories = node->selectNodes("./History", true);
         if (histories) {
             const int count = histories->length();
+            m_copy->histories.reserve(static_cast<size_t>(count));
             for (int i = 0; i < count; ++i) {
                 COXMLNode* history = histories->item(i);
                 if (history != nullptr)

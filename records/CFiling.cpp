@@ -141,19 +141,22 @@ CFiling::CFiling(COXMLNode* node) : CFilingBase(node), m_filing(new Record)
     if (node == nullptr)
         return;
     try {
-        read_date(node->getAttribute("Date"));
-        // FilingName comes only from files of older writers; it is never written back.
-        m_filing->filing_name = node->getAttribute("FilingName");
+        // In the order written after the base's attributes, Date (which leads them) last: each
+        // search resumes where the last one stopped.
         m_filing->efiled_successful = AuditUtil::to_bool(node->getAttribute("EfiledSuccessful"));
         m_filing->printed_successful = AuditUtil::to_bool(node->getAttribute("PrintedSuccessful"));
         m_filing->records_successful = AuditUtil::to_bool(node->getAttribute("RecordsSuccessful"));
         m_filing->employee_count = AuditUtil::to_int(node->getAttribute("EmployeeCount"));
         m_filing->corrected_employee_count = AuditUtil::to_int(node->getAttribute("CorrectedCount"));
+        read_date(node->getAttribute("Date"));
+        // FilingName comes only from files of older writers; it is never written back.
+        m_filing->filing_name = node->getAttribute("FilingName");
         // Children only: in a sound document that is every Form there is, and a hostile one that
         // nests records inside records can't make each level read all the levels below it.
         std::shared_ptr<COXMLNodeList> forms = node->selectNodes("./Form", true);
         if (forms) {
             const int count = forms->length();
+            m_filing->forms.reserve(static_cast<size_t>(count));
             for (int i = 0; i < count; ++i) {
                 COXMLNode* form = forms->item(i);
                 if (form != nullptr)

@@ -60,7 +60,8 @@ CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
     m_base->replaceable = AuditUtil::to_bool(node->getAttribute("Replaceable"));
     m_base->replacement = AuditUtil::to_bool(node->getAttribute("Replacement"));
     // The file's path carries the directory of the machine that saved it; only its tail counts.
-    set_krf_file_location(CPathHandling::convert_path_to_relative(node->getAttribute("KRFPath")));
+    // One conversion suffices: a relative path converts to itself.
+    m_base->krf_file_location = CPathHandling::convert_path_to_relative(node->getAttribute("KRFPath"));
 }
 
 CFilingBase::~CFilingBase()

@@ -55,11 +55,13 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
     if (node == nullptr)
         return;
     // Completion is deliberately not read: a form that comes from a document counts as Append.
-    m_base->flags = Vellument::Text::string_to_form_flags(node->getAttribute("Flags"));
+    // Read in the order written: the attribute search resumes after the last one found.
     m_base->type = Vellument::Text::string_to_form_type(node->getAttribute("Type"));
+    m_base->flags = Vellument::Text::string_to_form_flags(node->getAttribute("Flags"));
     m_base->description = node->getAttribute("Description");
-    set_location(to_relative(node->getAttribute("Location")));
-    set_exml_location(to_relative(node->getAttribute("EXMLLocation")));
+    // One conversion suffices: a relative path converts to itself.
+    m_base->location = CPathHandling::convert_path_to_relative(node->getAttribute("Location"));
+    m_base->exml_location = CPathHandling::convert_path_to_relative(node->getAttribute("EXMLLocation"));
     m_base->form_name = node->getAttribute("Form_Name");
     m_base->krf_db_path = node->getAttribute("KRF_DB_Path");
     m_base->krf_version = node->getAttribute("KRFVersion");

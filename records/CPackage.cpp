@@ -84,6 +84,7 @@ CPackage::CPackage(COXMLNode* node)
     if (!filings)
         return;
     int count = filings->length();
+    m_package->filings.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         COXMLNode* filing = filings->item(i);
         if (filing != nullptr)

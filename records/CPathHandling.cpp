@@ -1,6 +1,7 @@
 #include <vellument/CPathHandling.h>
 
 #include <climits>
+#include <cstring>
 
 namespace {
 
@@ -48,34 +49,69 @@ void CPathHandling::set_company_dir(const char* path)
     company_dir() = replace_all(dir, "\\DRAFTS\\", "\\");
 }
 
+namespace {
+
+// The first occurrence of a directory segment ("\\Name\\"), or null.
+const char* find_segment(const char* text, const char* segment, std::size_t length)
+{
+    for (const char* p = std::strchr(text, '\\'); p != nullptr; p = std::strchr(p + 1, '\\'))
+        if (std::strncmp(p, segment, length) == 0)
+            return p;
+    return nullptr;
+}
+
+// The cut of find_company_dir_end, without copying the text.
+const char* company_dir_end(const char* text)
+{
+    static const char kHistories[] = "\\Histories\\";
+    static const char kDrafts[] = "\\Drafts\\";
+    const char* at = find_segment(text, kHistories, sizeof kHistories - 1);
+    if (at == nullptr)
+        at = find_segment(text, kDrafts, sizeof kDrafts - 1);
+    if (at == nullptr)
+        at = std::strrchr(text, '\\');
+    if (at != nullptr && static_cast<std::size_t>(at - text) > static_cast<std::size_t>(INT_MAX))
+        return nullptr;
+    return at;
+}
+
+} // namespace
+
 int CPathHandling::find_company_dir_end(const char* path)
 {
-    const std::string text = as_string(path);
-    std::string::size_type at = text.find("\\Histories\\");
-    if (at == std::string::npos)
-        at = text.find("\\Drafts\\");
-    if (at == std::string::npos)
-        at = text.rfind('\\');
-    if (at == std::string::npos || at > static_cast<std::string::size_type>(INT_MAX))
+    if (path == nullptr)
         return -1;
-    return static_cast<int>(at);
+    const char* at = company_dir_end(path);
+    return at != nullptr ? static_cast<int>(at - path) : -1;
 }
 
 std::string CPathHandling::convert_path_to_relative(const char* path)
 {
-    const std::string text = as_string(path);
-    if (text.empty())
+    if (path == nullptr || *path == '\0')
         return std::string();
-    const int end = find_company_dir_end(text.c_str());
-    return ".\\" + text.substr(static_cast<std::string::size_type>(end + 1));
+    const char* at = company_dir_end(path);
+    const char* tail = at != nullptr ? at + 1 : path;
+    const std::size_t tail_length = std::strlen(tail);
+    std::string result;
+    result.reserve(2 + tail_length);
+    result.append(".\\", 2);
+    result.append(tail, tail_length);
+    return result;
 }
 
 std::string CPathHandling::convert_path_to_absolute(const char* path)
 {
-    const std::string text = as_string(path);
+    if (path == nullptr)
+        return std::string();
     // Any ".\" counts, wherever it stands: a directory name ending in a dot turns an absolute path
     // into a relative one. Stored documents depend on this, so it stays.
-    if (text.find(".\\") == std::string::npos)
-        return text;
-    return company_dir() + text.substr(2);
+    if (std::strstr(path, ".\\") == nullptr)
+        return std::string(path);
+    const std::string& dir = company_dir();
+    const std::size_t tail_length = std::strlen(path + 2);
+    std::string result;
+    result.reserve(dir.size() + tail_length);
+    result.append(dir);
+    result.append(path + 2, tail_length);
+    return result;
 }

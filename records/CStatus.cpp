@@ -79,6 +79,7 @@ CStatus::CStatus(COXMLNode* node)
     if (!copies)
         return;
     int count = copies->length();
+    m_status->copies.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         COXMLNode* copy = copies->item(i);
         if (copy != nullptr)
