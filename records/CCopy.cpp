@@ -85,9 +85,8 @@ CCopy::CCopy(COXMLNode* node) : CFilingBase(node), m_copy(new Record)
         // order, each search resumes where the last one stopped.
         m_copy->deleted = AuditUtil::to_bool(node->getAttribute("Deleted"));
         read_date(node->getAttribute("Date"));
-        // Children only: in a sound document that is every History there is, and a hostile one that
-        // nests records inside records can't make each level read all the levels below it.
-        std::shared_ptr<COXMLNodeList> histories = node->selectNodes("./History", true);
+        // Every History below the copy, at any depth, in document order.
+        std::shared_ptr<COXMLNodeList> histories = node->getElementsByTagName("History");
         if (histories) {
             const int count = histories->length();
             m_copy->histories.reserve(static_cast<size_t>(count));

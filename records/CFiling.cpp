@@ -151,9 +151,8 @@ CFiling::CFiling(COXMLNode* node) : CFilingBase(node), m_filing(new Record)
         read_date(node->getAttribute("Date"));
         // FilingName comes only from files of older writers; it is never written back.
         m_filing->filing_name = node->getAttribute("FilingName");
-        // Children only: in a sound document that is every Form there is, and a hostile one that
-        // nests records inside records can't make each level read all the levels below it.
-        std::shared_ptr<COXMLNodeList> forms = node->selectNodes("./Form", true);
+        // Every Form below the filing, at any depth, in document order.
+        std::shared_ptr<COXMLNodeList> forms = node->getElementsByTagName("Form");
         if (forms) {
             const int count = forms->length();
             m_filing->forms.reserve(static_cast<size_t>(count));

@@ -78,9 +78,10 @@ CPackage::CPackage(COXMLNode* node)
     if (date != nullptr && *date != '\0')
         m_package->package_date.parse(date);
 
-    // Only the package's own children: a search at any depth would let a file of nested
-    // transactions read every deeper filing once per package above it, quadratically.
-    std::shared_ptr<COXMLNodeList> filings = node->selectNodes("./Filing", true);
+    // Every Filing below the package, at any depth, in document order. A file that nests
+    // records inside records reads the deeper ones once per level; that cost is bounded by the
+    // file's size times its depth.
+    std::shared_ptr<COXMLNodeList> filings = node->getElementsByTagName("Filing");
     if (!filings)
         return;
     int count = filings->length();

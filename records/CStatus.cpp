@@ -73,9 +73,8 @@ CStatus::CStatus(COXMLNode* node)
 {
     if (node == nullptr)
         return;
-    // Only the status's own children: a search at any depth would let a file of nested
-    // transactions read every deeper copy once per status above it, quadratically.
-    std::shared_ptr<COXMLNodeList> copies = node->selectNodes("./Copy", true);
+    // Every Copy below the status, at any depth, in document order.
+    std::shared_ptr<COXMLNodeList> copies = node->getElementsByTagName("Copy");
     if (!copies)
         return;
     int count = copies->length();

