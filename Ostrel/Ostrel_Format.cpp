@@ -13,8 +13,7 @@ const char16_t kHigh1252[32] = {
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
 };
 
-// Decodes one well-formed UTF-8 sequence at text[i]. Returns its length, or 0 when the
-// bytes there are not a valid sequence.
+// One well-formed UTF-8 sequence at text[i]: its length, or 0 when there is none.
 std::size_t decode_utf8(const unsigned char* text, std::size_t length, std::size_t i, char32_t& ch)
 {
     unsigned char b0 = text[i];
@@ -98,6 +97,13 @@ void AppendUtf8(std::string& out, char32_t ch)
         out.push_back(static_cast<char>(0x80 | ((ch >> 6) & 0x3F)));
         out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
     }
+}
+
+std::size_t DecodeUtf8(const char* text, std::size_t length, std::size_t index, char32_t& ch)
+{
+    if (text == nullptr || index >= length)
+        return 0;
+    return decode_utf8(reinterpret_cast<const unsigned char*>(text), length, index, ch);
 }
 
 char32_t Cp1252ToUnicode(unsigned char byte)

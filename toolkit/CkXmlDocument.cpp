@@ -30,40 +30,10 @@ namespace {
 // is read as a code page byte, as the interface's conversions read it.
 std::size_t decodeChar(const std::string& s, std::size_t i, char32_t& c)
 {
-    const unsigned char b0 = static_cast<unsigned char>(s[i]);
-    if (b0 < 0x80) {
-        c = b0;
-        return 1;
-    }
-    std::size_t n = 0;
-    char32_t value = 0;
-    char32_t min = 0;
-    if (b0 >= 0xC2 && b0 <= 0xDF) {
-        n = 2;
-        value = b0 & 0x1F;
-        min = 0x80;
-    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-        n = 3;
-        value = b0 & 0x0F;
-        min = 0x800;
-    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-        n = 4;
-        value = b0 & 0x07;
-        min = 0x10000;
-    }
-    bool ok = n > 0 && i + n <= s.size();
-    for (std::size_t k = 1; ok && k < n; ++k) {
-        const unsigned char b = static_cast<unsigned char>(s[i + k]);
-        if ((b & 0xC0) != 0x80)
-            ok = false;
-        else
-            value = (value << 6) | (b & 0x3F);
-    }
-    if (ok && value >= min && value <= 0x10FFFF && !(value >= 0xD800 && value <= 0xDFFF)) {
-        c = value;
+    std::size_t n = Ostrel::Format::DecodeUtf8(s.data(), s.size(), i, c);
+    if (n > 0)
         return n;
-    }
-    c = Ostrel::Format::Cp1252ToUnicode(b0);
+    c = Ostrel::Format::Cp1252ToUnicode(static_cast<unsigned char>(s[i]));
     return 1;
 }
 

@@ -17,6 +17,9 @@ VELLUMENT_API char32_t Cp1252ToUnicode(unsigned char byte);
 // The Windows-1252 byte of a Unicode character, or -1 when the code page has none.
 VELLUMENT_API int UnicodeToCp1252(char32_t ch);
 
+// Decodes the well-formed UTF-8 sequence that starts at text[index]; returns its length, or 0
+// when the bytes there are no valid sequence (overlong, surrogate, beyond U+10FFFF, cut short).
+VELLUMENT_API std::size_t DecodeUtf8(const char* text, std::size_t length, std::size_t index, char32_t& ch);
 // Appends one Unicode character as UTF-8.
 VELLUMENT_API void AppendUtf8(std::string& out, char32_t ch);
 
