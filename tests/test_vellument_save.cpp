@@ -10,14 +10,12 @@
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
 
-#include "data/vellument/company.h"
+#include "company_fixture.h"
 
 using namespace vlmtest;
 
 namespace {
 
-const char kName[] = "Histories\\Vellument_W2_2021.VLM";
-const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
 const char kBak[] = "Histories/Vellument_W2_2021.BAK";
 
 // A library-saved vellument with one transaction whose status holds the given copies.

@@ -12,22 +12,11 @@
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
 
-#include "data/vellument/company.h"
+#include "company_fixture.h"
 
 using namespace vlmtest;
 
 namespace {
-
-const char kName[] = "Histories\\Vellument_W2_2021.VLM";
-const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
-
-std::vector<Vellument::ActionType> actions(const CVellument& v)
-{
-    std::vector<Vellument::ActionType> result;
-    for (int i = 0; i < v.get_transaction_count(); ++i)
-        result.push_back(v.get_transaction(i)->get_action());
-    return result;
-}
 
 // Writes the document and records it as the library's last save, so only the trail rules act.
 void write_saved(const Company& co, const std::string& document)

@@ -1,5 +1,5 @@
-#ifndef VELLUMENT_TESTS_DATA_VELLUMENT_COMPANY_H
-#define VELLUMENT_TESTS_DATA_VELLUMENT_COMPANY_H
+#ifndef VELLUMENT_TESTS_COMPANY_FIXTURE_H
+#define VELLUMENT_TESTS_COMPANY_FIXTURE_H
 
 // A company directory on disk laid out as the application lays it out, addressed in Windows form,
 // and small helpers to write vellument files by hand and to look at what the library left.
@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <vellument/CTransaction.h>
+#include <vellument/CVellument.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_Log.h>
@@ -181,6 +183,20 @@ inline std::string transaction(const std::string& action, const std::string& sta
         text += "<Dictionary " + dictionary + "/>";
     text += "<Package>" + package_body + "</Package><Status>" + status_body + "</Status></Transaction>";
     return text;
+}
+
+// The vellument of the tests' company, in the Histories folder, as the library names it and as
+// it lies on disk.
+const char kName[] = "Histories\\Vellument_W2_2021.VLM";
+const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
+
+// The actions of the trail, oldest first.
+inline std::vector<Vellument::ActionType> actions(const CVellument& v)
+{
+    std::vector<Vellument::ActionType> result;
+    for (int i = 0; i < v.get_transaction_count(); ++i)
+        result.push_back(v.get_transaction(i)->get_action());
+    return result;
 }
 
 } // namespace vlmtest
