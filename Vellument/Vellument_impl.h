@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <vellument/DateTime.h>
+#include <vellument/LocalList.h>
 #include <vellument/VellumentTypes.h>
 
 class COXMLDocument;
@@ -14,6 +15,9 @@ class CDictionary;
 class CFiling;
 class CStatus;
 class CCopy;
+class CForm;
+class CViewerTaskList;
+class CvellumentDB;
 
 // The private record behind CVellument: the document, its trail and the flags that opening
 // leaves behind. Owned through CVellument's shared pointer; its destructor releases the trail.
@@ -78,6 +82,18 @@ public:
     bool is_package_ready_to_efile() const;
     std::string get_history_file_location() const;
 
+    // --- Viewer task list -------------------------------------------------------------------------
+
+    // Summary-first order of a reprint; false when there is no current transaction.
+    bool add_reprint_tasks(CViewerTaskList* list);
+    // The ordinary order: pass 0 takes the forms on special paper, pass 1 the others. Returns
+    // message_given as it stands after the pass.
+    bool add_tasks_for_paper_pass(int pass, CViewerTaskList* list, bool message_given);
+    // Every attribute of the list's current task but TaskNum and PaperMessage.
+    void fill_viewer_task(CViewerTaskList* list, CFiling* filing, CForm* form);
+    void fill_task_from_database(CViewerTaskList* list, CForm* form);
+    void fill_task_from_history(CViewerTaskList* list, CForm* form);
+
     // --- Fields, in this order -----------------------------------------------------------------
 
     bool web_service_error = false;
@@ -102,9 +118,9 @@ public:
     CDateTime modified_date;
     COXMLNode* root_node = nullptr;                     // scratch, not owned
     CTransaction* last_bug_fix_transaction = nullptr;   // not owned
-    // local_list_map, the local code list, goes here; it comes with the database layer.
+    CListMap local_list_map;                            // owned row maps, keyed by local identifier
     CDictionary* dictionary = nullptr;                  // owned, never null
-    // database, the mapper, goes here; it comes with the database layer.
+    CvellumentDB* database = nullptr;                   // owned, never null
     std::vector<CTransaction*> transactions;            // owned, in trail order
     bool read_only = false;
 };

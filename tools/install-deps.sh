@@ -6,6 +6,7 @@ packages=(
   libpugixml-dev libssl-dev zlib1g-dev libsqlcipher-dev sqlcipher
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-dev
+  libcli11-dev nlohmann-json3-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -14,6 +14,9 @@ class CTransaction;
 class CPackage;
 class CStatus;
 class CDictionary;
+namespace Ostrel {
+class DatabaseEx;
+}
 
 // One vellument: the audit trail of one form family, filing year and extension, kept as an XML
 // file. The object holds the trail in memory as an array of transactions; the last one is the
@@ -121,6 +124,45 @@ public:
     // The directory of the first form of the package's first Federal or Review filing; "" when
     // there is no such filing. Such a filing without forms raises std::invalid_argument.
     std::string get_history_file_location() const;
+
+    // --- Task lists --------------------------------------------------------------------------
+
+    // Writes the viewer task list of the current package to path: one task per form, forms on
+    // special paper first; with reprint, each filing's summary form (W-3, 1096) first. Every form
+    // that gets a task keeps the task number in memory. Failures show only in the file.
+    void create_viewer_task_list(const char* path, bool reprint) const;
+    // Writes the e-file task list of the current package to path: the filing choice, the states
+    // and locals sent and the XML history of each form. Changes nothing in the vellument.
+    void create_efile_task_list(const char* path) const;
+    // Carries the Viewer's results in the list at path into the forms and filings that this object
+    // numbered, and sets the package's call-efiler flag. True when every task succeeded; false,
+    // changing nothing, when the file doesn't load or has no task 1.
+    bool update_from_viewer_task_list(const char* path) const;
+    // Stamps a successful e-file step into the package (invoice amount, null meaning "") and into
+    // every filing sent (vlid, e-filed and replaceable flags). A failed step changes nothing.
+    void update_efile_status(bool efile_succeeded, int vlid, const char* invoice_amount) const;
+
+    // --- The SQL mirror ----------------------------------------------------------------------
+
+    // Loads the trail from an open database (no hash check, no new transaction). False when the
+    // database holds no such vellument; the transaction array may then be empty.
+    bool read_from_vellument_database(const char* vellument_name, const char* filing_ein, const char* filing_year,
+                                      const char* vendor_code, Ostrel::DatabaseEx* database) const;
+    // The same, opening the database at database_path; the password is used unless the DEBUG
+    // key DecryptFiles of Settings.ini says otherwise.
+    bool read_from_vellument_database(const char* vellument_name, const char* filing_ein, const char* filing_year,
+                                      const char* vendor_code, const std::string& database_path,
+                                      const std::string& password) const;
+    // Removes the rows of the named vellument; the object's own name is left as it was.
+    bool delete_record(const std::string& database_path, const std::string& password,
+                       const std::string& vellument_name) const;
+    // Replaces the vellument's rows in the database at database_path and then writes the file,
+    // whatever the database did. Returns the result of the database write; true at once for a
+    // read-only object.
+    bool save_to_vellument_database(const std::string& database_path, const std::string& password,
+                                    const std::string& vellument_name) const;
+    // The same on the caller's open database; the file is written only after a successful write.
+    bool save_to_vellument_database(Ostrel::DatabaseEx* database, const std::string& vellument_name) const;
 
 private:
     // The database mapper reaches the records through the private record.
