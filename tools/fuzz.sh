@@ -7,7 +7,8 @@ tools/install-deps.sh
 build=${FUZZ_BUILD_DIR:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DVELLUMENT_BUILD_FUZZERS=ON -DVELLUMENT_BUILD_TESTS=OFF -DVELLUMENT_BUILD_BENCHMARKS=OFF
+  -DVELLUMENT_BUILD_FUZZERS=ON -DVELLUMENT_BUILD_TESTS=OFF -DVELLUMENT_BUILD_BENCHMARKS=OFF \
+  -DVELLUMENT_BUILD_TOOLS=OFF
 cmake --build "$build"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-abort_on_error=1:detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
