@@ -36,6 +36,11 @@
 
 // The vellument
 #include <vellument/CVellument.h>
+#include <vellument/LocalList.h>
+
+// Task lists
+#include <vellument/CViewerTaskList.h>
+#include <vellument/TaskListFunctions.h>
 
 // Toolkit
 #include <vellument/XString.h>
