@@ -19,10 +19,8 @@ std::string text_of(const char* text)
 
 } // namespace
 
-CVellument::CVellument() : m_impl(std::make_shared<vellument_impl>())
-{
-    // The local code list is read here once the database layer is in.
-}
+// The private record reads the local code list and makes the database mapper.
+CVellument::CVellument() : m_impl(std::make_shared<vellument_impl>()) {}
 
 CVellument::~CVellument() = default;
 

@@ -9,6 +9,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
+#include <vellument/CvellumentDB.h>
 #include <vellument/FormCodes.h>
 #include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
@@ -18,7 +19,9 @@
 vellument_impl::vellument_impl()
     : modified_date(CDateTime::now())
     , dictionary(new CDictionary())
+    , database(new CvellumentDB())
 {
+    build_list_map_from_db("LocalList", local_list_map);
 }
 
 vellument_impl::~vellument_impl()
@@ -27,6 +30,8 @@ vellument_impl::~vellument_impl()
         delete transaction;
     transactions.clear();
     delete dictionary;
+    delete_list_map(&local_list_map);
+    delete database;
 }
 
 void vellument_impl::form_name_and_company_dir(const char* name)

@@ -11,6 +11,7 @@
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
+#include <vellument/CvellumentDB.h>
 #include <vellument/CkByteData.h>
 #include <vellument/CkCrypt2.h>
 #include <vellument/CkStringBuilder.h>
@@ -155,8 +156,11 @@ void vellument_impl::save_vellument()
 
 void vellument_impl::save_after_open()
 {
-    // The database layer will save through the database here, which also writes the file.
-    save(nullptr);
+    // The mirror is refreshed with the database that the object last used (none on a fresh
+    // object: then only the file is written).
+    const std::string path = database->getDatabasePath();
+    if (database->_saveThroughPath(*this, path, database->getDatabasePassword(), std::string()))
+        VLOG(3, "SAVING VELLUMENT TO DB %s", path.c_str());
 }
 
 int vellument_impl::save(const char* file_name)

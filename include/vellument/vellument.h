@@ -38,6 +38,10 @@
 #include <vellument/CVellument.h>
 #include <vellument/LocalList.h>
 
+// The SQL mirror
+#include <vellument/Ostrel_Database.h>
+#include <vellument/CvellumentDB.h>
+
 // Task lists
 #include <vellument/CViewerTaskList.h>
 #include <vellument/TaskListFunctions.h>

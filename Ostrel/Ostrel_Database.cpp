@@ -1,0 +1,734 @@
+#include <vellument/Ostrel_Database.h>
+
+#define SQLITE_HAS_CODEC 1
+#include <sqlcipher/sqlite3.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <unordered_map>
+
+#include <vellument/Ostrel_FileSystem.h>
+
+#include "Ostrel/LogMacros.h"
+
+namespace Ostrel {
+
+namespace {
+
+// Enough for every fixed statement of the mirror and the reused inserts, small enough that
+// statements made unique by spliced keys can't pile up.
+const std::size_t kStatementCacheSize = 128;
+// How long a statement waits for another process's lock before it fails.
+const int kBusyTimeoutMs = 5000;
+// A database file may be hostile: a view can be made to run without end or to yield rows without
+// end. A record set may hold this many bytes, and a statement's steps are counted in blocks of
+// this many (see SetStatementStepLimit); beyond, the statement fails.
+const int kProgressInterval = 10000;
+const unsigned long long kDefaultStepLimit = 500000000ULL;
+const std::size_t kMaxSnapshotBytes = 512u * 1024u * 1024u;
+
+// True when text holds nothing but blanks, semicolons and comments: what may follow the one
+// statement that a call runs.
+bool only_trivia(const char* text)
+{
+    const char* p = text;
+    while (p != nullptr && *p != '\0') {
+        const char c = *p;
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v' || c == ';') {
+            ++p;
+        } else if (c == '-' && p[1] == '-') {
+            while (*p != '\0' && *p != '\n')
+                ++p;
+        } else if (c == '/' && p[1] == '*') {
+            p += 2;
+            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
+                ++p;
+            if (*p == '\0')
+                return true;  // an unclosed comment runs to the end, as SQLite reads it
+            p += 2;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string case_folded(const std::string& text)
+{
+    std::string folded = text;
+    for (char& c : folded)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return folded;
+}
+
+// One parameter mark of a statement's shape: an integer taken out of the text, or the next of the
+// caller's parameters.
+struct Slot {
+    bool literal;
+    long long value;
+};
+
+// Characters of SQL words (identifiers and keywords), bytes of UTF-8 sequences included.
+struct WordChars {
+    bool table[256];
+    WordChars()
+    {
+        for (int c = 0; c < 256; ++c)
+            table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+                       c == '$' || c >= 0x80;
+    }
+};
+
+inline bool is_word_char(char c)
+{
+    static const WordChars chars;
+    return chars.table[static_cast<unsigned char>(c)];
+}
+
+bool is_select(const char* word, std::size_t size)
+{
+    static const char kSelect[] = "select";
+    if (size != 6)
+        return false;
+    for (std::size_t i = 0; i < 6; ++i) {
+        char c = word[i];
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+        if (c != kSelect[i])
+            return false;
+    }
+    return true;
+}
+
+// Statements that change rows often differ only in the integer keys spliced into them. Their shape,
+// with each such integer replaced by a parameter mark, is prepared once and the integers are bound.
+// Only INSERT, UPDATE and DELETE statements without a SELECT inside are shaped, and only when every
+// number in them is a plain decimal integer: in any other statement a literal can mean more than
+// its value (ORDER BY 1, a type's length). False: prepare the text as it stands.
+bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
+{
+    shape.clear();
+    slots.clear();
+    const char* p = sql;
+    while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n')
+        ++p;
+    std::string verb;
+    for (const char* q = p; is_word_char(*q) && verb.size() < 8; ++q)
+        verb += static_cast<char>((*q >= 'a' && *q <= 'z') ? *q - 'a' + 'A' : *q);
+    if (verb != "INSERT" && verb != "UPDATE" && verb != "DELETE")
+        return false;
+
+    bool any_literal = false;
+    shape.reserve(std::strlen(sql));
+    slots.reserve(16);
+    // Text is copied in runs; only an integer literal breaks a run.
+    const char* run = sql;
+    while (*p != '\0') {
+        const char c = *p;
+        if (c == '\'' || c == '"' || c == '`' || c == '[') {
+            const char close = c == '[' ? ']' : c;
+            ++p;
+            while (*p != '\0') {
+                if (*p == close) {
+                    ++p;
+                    if (close == ']' || *p != close)
+                        break;  // a doubled quote stands for itself
+                }
+                ++p;
+            }
+        } else if (c == '-' && p[1] == '-') {
+            while (*p != '\0' && *p != '\n')
+                ++p;
+        } else if (c == '/' && p[1] == '*') {
+            p += 2;
+            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
+                ++p;
+            if (*p != '\0')
+                p += 2;
+        } else if (c == '?') {
+            if (p[1] >= '0' && p[1] <= '9')
+                return false;  // numbered marks would mix with ours
+            slots.push_back(Slot{false, 0});
+            ++p;
+        } else if (c == ':' || c == '@' || c == '$') {
+            return false;  // named marks likewise
+        } else if (c == '.' && p[1] >= '0' && p[1] <= '9') {
+            return false;
+        } else if (c >= '0' && c <= '9') {
+            const char* start = p;
+            while (*p >= '0' && *p <= '9')
+                ++p;
+            if (is_word_char(*p) || *p == '.' || p - start > 18)
+                return false;  // a real, hex or oversized number keeps its exact literal meaning
+            shape.append(run, start);
+            shape += '?';
+            run = p;
+            slots.push_back(Slot{true, std::strtoll(start, nullptr, 10)});
+            any_literal = true;
+        } else if (is_word_char(c)) {
+            const char* start = p;
+            while (is_word_char(*p))
+                ++p;
+            if (is_select(start, static_cast<std::size_t>(p - start)))
+                return false;
+        } else {
+            ++p;
+        }
+    }
+    shape.append(run, p);
+    return any_literal;
+}
+
+} // namespace
+
+// --- DatabaseEx ------------------------------------------------------------------------------
+
+struct DatabaseEx::Impl {
+    sqlite3* db = nullptr;
+    std::string path;
+    std::string last_error;
+    int depth = 0;
+    unsigned long long progress_calls = 0;  // of the statement running now
+    unsigned long long max_progress_calls = kDefaultStepLimit / kProgressInterval;
+
+    static int on_progress(void* context)
+    {
+        Impl* self = static_cast<Impl*>(context);
+        return ++self->progress_calls > self->max_progress_calls ? 1 : 0;
+    }
+
+    // Most recently used first; the map points into the list.
+    struct Entry {
+        std::string sql;
+        sqlite3_stmt* statement;
+    };
+    std::list<Entry> lru;
+    std::unordered_map<std::string, std::list<Entry>::iterator> cache;
+    // Buffers of the statement being run, kept between calls.
+    std::string scratch_key;
+    std::vector<Slot> scratch_slots;
+
+    void set_error(const std::string& text)
+    {
+        last_error = text;
+        VLOG(2, "[Database] %s\n", text.c_str());
+    }
+
+    void set_sqlite_error(const char* what)
+    {
+        set_error(std::string(what) + ": " + (db != nullptr ? sqlite3_errmsg(db) : "database not open"));
+    }
+
+    void clear_cache()
+    {
+        for (Entry& entry : lru)
+            sqlite3_finalize(entry.statement);
+        lru.clear();
+        cache.clear();
+    }
+
+    // A prepared statement for exactly one statement of text, from the cache or made and cached.
+    // The statement comes back reset and without bindings. With slots given, a statement that
+    // changes rows may come back in its shape (see shape_of): the slots then tell what to bind to
+    // each mark, and are empty otherwise.
+    sqlite3_stmt* statement(const char* sql, std::vector<Slot>* slots = nullptr)
+    {
+        if (db == nullptr) {
+            set_error("database not open");
+            return nullptr;
+        }
+        if (sql == nullptr) {
+            set_error("no statement");
+            return nullptr;
+        }
+        std::string& key = scratch_key;  // reused: no allocation per statement
+        if (slots == nullptr || !shape_of(sql, key, *slots)) {
+            if (slots != nullptr)
+                slots->clear();
+            key.assign(sql);
+        }
+        auto found = cache.find(key);
+        if (found != cache.end()) {
+            lru.splice(lru.begin(), lru, found->second);
+            return found->second->statement;
+        }
+        sqlite3_stmt* prepared = nullptr;
+        const char* tail = nullptr;
+        const int rc = sqlite3_prepare_v2(db, key.c_str(), static_cast<int>(key.size()) + 1, &prepared, &tail);
+        if (rc != SQLITE_OK) {
+            set_sqlite_error("prepare failed");
+            sqlite3_finalize(prepared);
+            return nullptr;
+        }
+        if (prepared == nullptr) {
+            set_error("empty statement");
+            return nullptr;
+        }
+        if (!only_trivia(tail)) {
+            sqlite3_finalize(prepared);
+            set_error("refused: more than one statement in \"" + key + "\"");
+            return nullptr;
+        }
+        lru.push_front(Entry{key, prepared});
+        cache.emplace(key, lru.begin());
+        while (lru.size() > kStatementCacheSize) {
+            cache.erase(lru.back().sql);
+            sqlite3_finalize(lru.back().statement);
+            lru.pop_back();
+        }
+        return prepared;
+    }
+
+    static void done_with(sqlite3_stmt* statement)
+    {
+        sqlite3_reset(statement);
+        sqlite3_clear_bindings(statement);
+    }
+
+    // Steps the statement to its end. True when it ran without error.
+    bool run(sqlite3_stmt* statement, const char* what)
+    {
+        progress_calls = 0;
+        int rc;
+        do {
+            rc = sqlite3_step(statement);
+        } while (rc == SQLITE_ROW);
+        const bool ok = rc == SQLITE_DONE;
+        if (!ok)
+            set_sqlite_error(what);
+        done_with(statement);
+        return ok;
+    }
+
+    bool exec_plain(const char* sql)
+    {
+        sqlite3_stmt* prepared = statement(sql);
+        return prepared != nullptr && run(prepared, sql);
+    }
+
+    // Binds the integers of a shaped statement and the caller's parameters to their marks.
+    bool bind(sqlite3_stmt* prepared, const std::vector<Slot>& slots,
+              const std::vector<std::pair<std::string, int>>& parameters)
+    {
+        std::size_t next = 0;
+        const std::size_t marks = slots.empty() ? parameters.size() : slots.size();
+        for (std::size_t i = 0; i < marks; ++i) {
+            const int index = static_cast<int>(i) + 1;
+            int rc;
+            if (!slots.empty() && slots[i].literal) {
+                rc = sqlite3_bind_int64(prepared, index, slots[i].value);
+            } else if (next < parameters.size()) {
+                const std::string& value = parameters[next].first;
+                switch (parameters[next++].second) {
+                case 1: rc = sqlite3_bind_int64(prepared, index, std::strtoll(value.c_str(), nullptr, 10)); break;
+                case 2: rc = sqlite3_bind_double(prepared, index, std::strtod(value.c_str(), nullptr)); break;
+                case 3: rc = sqlite3_bind_null(prepared, index); break;
+                default:
+                    // The parameters outlive the run, and the bindings are cleared after it.
+                    rc = sqlite3_bind_text(prepared, index, value.data(), static_cast<int>(value.size()),
+                                           SQLITE_STATIC);
+                    break;
+                }
+            } else {
+                continue;  // no parameter given: the mark stays null
+            }
+            if (rc != SQLITE_OK) {
+                set_sqlite_error("bind failed");
+                done_with(prepared);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool exec_shaped(const char* sql, const std::vector<std::pair<std::string, int>>& parameters)
+    {
+        std::vector<Slot>& slots = scratch_slots;
+        sqlite3_stmt* prepared = statement(sql, &slots);
+        if (prepared == nullptr)
+            return false;
+        std::size_t marks = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared));
+        if (!slots.empty()) {
+            marks = 0;
+            for (const Slot& slot : slots)
+                marks += slot.literal ? 0 : 1;
+        }
+        if (!parameters.empty() && marks != parameters.size()) {
+            set_error("refused: " + std::to_string(parameters.size()) + " parameters for \"" + sql + "\"");
+            return false;
+        }
+        return bind(prepared, slots, parameters) && run(prepared, sql);
+    }
+
+    // A transaction that SQLite ended on its own (after some errors it rolls back) no longer
+    // counts as open.
+    void sync_depth()
+    {
+        if (db == nullptr || sqlite3_get_autocommit(db) != 0)
+            depth = 0;
+    }
+
+    bool open(const std::string& given_path, const std::string& password, bool create)
+    {
+        if (given_path.empty()) {
+            set_error("refused: empty database path");
+            return false;
+        }
+        const std::string disk = FileSystem::MapPath(given_path.c_str());
+        if (!create && !FileSystem::GetFileExists(given_path.c_str())) {
+            set_error("no database at " + given_path);
+            return false;
+        }
+        // One object is used from one thread at a time: SQLite's own locking would only cost.
+        int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+        if (create)
+            flags |= SQLITE_OPEN_CREATE;
+        sqlite3* handle = nullptr;
+        if (sqlite3_open_v2(disk.c_str(), &handle, flags, nullptr) != SQLITE_OK) {
+            last_error = std::string("cannot open ") + given_path + ": " +
+                         (handle != nullptr ? sqlite3_errmsg(handle) : "out of memory");
+            VLOG(2, "[Database] %s\n", last_error.c_str());
+            sqlite3_close(handle);
+            return false;
+        }
+        sqlite3_busy_timeout(handle, kBusyTimeoutMs);
+        if (!password.empty() && sqlite3_key(handle, password.data(), static_cast<int>(password.size())) != SQLITE_OK) {
+            set_error("cannot set the key of " + given_path);
+            sqlite3_close(handle);
+            return false;
+        }
+        // Reading the schema proves the key (and that the file is a database at all).
+        const int rc = sqlite3_exec(handle, "SELECT count(*) FROM sqlite_master;", nullptr, nullptr, nullptr);
+        if (rc != SQLITE_OK) {
+            last_error = "cannot read " + given_path + " (wrong password or not a database): " + sqlite3_errmsg(handle);
+            VLOG(2, "[Database] %s\n", last_error.c_str());
+            sqlite3_close(handle);
+            return false;
+        }
+        // A whole vellument is written in one transaction: a larger page cache keeps it from
+        // spilling pages to the file before the commit.
+        sqlite3_exec(handle, "PRAGMA cache_size = -16384;", nullptr, nullptr, nullptr);
+        sqlite3_progress_handler(handle, kProgressInterval, &Impl::on_progress, this);
+        db = handle;
+        path = given_path;
+        depth = 0;
+        return true;
+    }
+
+    void close()
+    {
+        clear_cache();
+        if (db != nullptr) {
+            // Closing with a transaction open rolls it back.
+            sqlite3_close_v2(db);
+            db = nullptr;
+        }
+        path.clear();
+        depth = 0;
+    }
+};
+
+DatabaseEx::DatabaseEx() : m_impl(new Impl) {}
+
+DatabaseEx::~DatabaseEx()
+{
+    m_impl->close();
+}
+
+bool DatabaseEx::OpenFile(const std::string& path, const std::string& password)
+{
+    m_impl->close();
+    return m_impl->open(path, password, true);
+}
+
+bool DatabaseEx::OpenExistingFile(const std::string& path, const std::string& password)
+{
+    m_impl->close();
+    return m_impl->open(path, password, false);
+}
+
+bool DatabaseEx::Execute(const char* sql)
+{
+    return m_impl->exec_shaped(sql, std::vector<std::pair<std::string, int>>());
+}
+
+bool DatabaseEx::Close()
+{
+    const bool was_open = m_impl->db != nullptr;
+    m_impl->close();
+    return was_open;
+}
+
+bool DatabaseEx::GetOpen() const
+{
+    return m_impl->db != nullptr;
+}
+
+std::string DatabaseEx::GetFilePath() const
+{
+    return m_impl->path;
+}
+
+bool DatabaseEx::BeginTransaction(bool)
+{
+    Impl& d = *m_impl;
+    d.sync_depth();
+    if (d.db == nullptr) {
+        d.set_error("database not open");
+        return false;
+    }
+    const std::string sql = d.depth == 0 ? std::string("BEGIN;") : "SAVEPOINT vlm_sp_" + std::to_string(d.depth) + ";";
+    if (!d.exec_plain(sql.c_str()))
+        return false;
+    ++d.depth;
+    return true;
+}
+
+bool DatabaseEx::CommitTransaction()
+{
+    Impl& d = *m_impl;
+    d.sync_depth();
+    if (d.depth == 0) {
+        d.set_error("commit without a transaction");
+        return false;
+    }
+    if (d.depth > 1) {
+        const std::string sql = "RELEASE SAVEPOINT vlm_sp_" + std::to_string(d.depth - 1) + ";";
+        if (!d.exec_plain(sql.c_str()))
+            return false;
+        --d.depth;
+        return true;
+    }
+    if (d.exec_plain("COMMIT;")) {
+        d.depth = 0;
+        return true;
+    }
+    // A commit that can't go through is undone rather than left hanging.
+    sqlite3_exec(d.db, "ROLLBACK;", nullptr, nullptr, nullptr);
+    d.depth = 0;
+    return false;
+}
+
+bool DatabaseEx::RollbackTransaction()
+{
+    Impl& d = *m_impl;
+    d.sync_depth();
+    if (d.depth == 0) {
+        d.set_error("rollback without a transaction");
+        return false;
+    }
+    if (d.depth > 1) {
+        const std::string name = "vlm_sp_" + std::to_string(d.depth - 1);
+        const std::string sql = "ROLLBACK TO SAVEPOINT " + name + ";";
+        const std::string release = "RELEASE SAVEPOINT " + name + ";";
+        const bool ok = d.exec_plain(sql.c_str()) && d.exec_plain(release.c_str());
+        --d.depth;
+        d.sync_depth();
+        return ok;
+    }
+    const bool ok = d.exec_plain("ROLLBACK;");
+    d.depth = 0;
+    return ok;
+}
+
+int DatabaseEx::GetTransactionDepth() const
+{
+    m_impl->sync_depth();
+    return m_impl->depth;
+}
+
+bool DatabaseEx::ExecuteAndBindStatement(const std::string& sql,
+                                         const std::vector<std::pair<std::string, int>>& parameters, bool) const
+{
+    return m_impl->exec_shaped(sql.c_str(), parameters);
+}
+
+void DatabaseEx::SetStatementStepLimit(unsigned long long steps)
+{
+    const unsigned long long blocks = steps / kProgressInterval;
+    m_impl->max_progress_calls = blocks > 0 ? blocks : 1;
+}
+
+std::string DatabaseEx::GetLastErrorText() const
+{
+    return m_impl->last_error;
+}
+
+// --- RecordSet -------------------------------------------------------------------------------
+
+struct RecordSet::Impl {
+    std::vector<std::string> names;
+    std::vector<std::string> cells;  // row after row
+    std::size_t row_count = 0;
+    std::size_t position = 0;
+
+    const std::string* cell(long index) const
+    {
+        if (position >= row_count || index < 0 || static_cast<std::size_t>(index) >= names.size())
+            return nullptr;
+        return &cells[position * names.size() + static_cast<std::size_t>(index)];
+    }
+
+    void clear()
+    {
+        names.clear();
+        cells.clear();
+        row_count = 0;
+        position = 0;
+    }
+};
+
+RecordSet::RecordSet() : m_impl(new Impl) {}
+
+RecordSet::~RecordSet() = default;
+
+bool RecordSet::Open(const char* sql, DatabaseEx* database)
+{
+    Impl& d = *m_impl;
+    d.clear();
+    if (database == nullptr)
+        return false;
+    DatabaseEx::Impl& db = *database->m_impl;
+    sqlite3_stmt* prepared = db.statement(sql);
+    if (prepared == nullptr)
+        return false;
+    const int columns = sqlite3_column_count(prepared);
+    d.names.reserve(static_cast<std::size_t>(columns));
+    for (int i = 0; i < columns; ++i) {
+        const char* name = sqlite3_column_name(prepared, i);
+        d.names.push_back(name != nullptr ? name : "");
+    }
+    int rc;
+    std::size_t bytes = 0;
+    db.progress_calls = 0;
+    while ((rc = sqlite3_step(prepared)) == SQLITE_ROW) {
+        for (int i = 0; i < columns; ++i) {
+            const unsigned char* text = sqlite3_column_text(prepared, i);
+            const int size = sqlite3_column_bytes(prepared, i);
+            if (text != nullptr)
+                d.cells.emplace_back(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
+            else
+                d.cells.emplace_back();
+            bytes += static_cast<std::size_t>(size) + sizeof(std::string);
+        }
+        ++d.row_count;
+        if (bytes > kMaxSnapshotBytes) {
+            rc = SQLITE_TOOBIG;
+            break;
+        }
+    }
+    if (rc == SQLITE_TOOBIG) {
+        db.set_error(std::string("refused: the result of \"") + sql + "\" is too large");
+        DatabaseEx::Impl::done_with(prepared);
+        d.clear();
+        return false;
+    }
+    if (rc != SQLITE_DONE) {
+        db.set_sqlite_error(sql);
+        DatabaseEx::Impl::done_with(prepared);
+        d.clear();
+        return false;
+    }
+    DatabaseEx::Impl::done_with(prepared);
+    return true;
+}
+
+bool RecordSet::Close()
+{
+    m_impl->clear();
+    return true;
+}
+
+void RecordSet::MoveFirst()
+{
+    m_impl->position = 0;
+}
+
+void RecordSet::MoveNext()
+{
+    if (m_impl->position < m_impl->row_count)
+        ++m_impl->position;
+}
+
+bool RecordSet::IsEOF()
+{
+    return m_impl->position >= m_impl->row_count;
+}
+
+int RecordSet::GetRecordCount() const
+{
+    return static_cast<int>(m_impl->row_count);
+}
+
+int RecordSet::GetFieldCount() const
+{
+    return static_cast<int>(m_impl->names.size());
+}
+
+int RecordSet::FieldsCount() const
+{
+    return GetFieldCount();
+}
+
+std::string RecordSet::GetFieldValue(int index) const
+{
+    const std::string* value = m_impl->cell(index);
+    return value != nullptr ? *value : std::string();
+}
+
+std::string RecordSet::GetFieldValue(std::string name) const
+{
+    const std::vector<std::string>& names = m_impl->names;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (names[i] == name)
+            return GetFieldValue(static_cast<int>(i));
+    const std::string folded = case_folded(name);
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (case_folded(names[i]) == folded)
+            return GetFieldValue(static_cast<int>(i));
+    return std::string();
+}
+
+std::string RecordSet::GetFieldName(int index) const
+{
+    if (index < 0 || static_cast<std::size_t>(index) >= m_impl->names.size())
+        return std::string();
+    return m_impl->names[static_cast<std::size_t>(index)];
+}
+
+const char* RecordSet::GetColumnString(long index) const
+{
+    const std::string* value = m_impl->cell(index);
+    return value != nullptr ? value->c_str() : "";
+}
+
+// --- OstrelDataDatabase ----------------------------------------------------------------------
+
+OstrelDataDatabase::OstrelDataDatabase() = default;
+
+OstrelDataDatabase::~OstrelDataDatabase() = default;
+
+std::string OstrelDataDatabase::GetReferencePath()
+{
+    const char* configured = std::getenv("VELLUMENT_REFERENCE_DB");
+    if (configured != nullptr && *configured != '\0')
+        return configured;
+    std::string directory = FileSystem::GetOstrelLocalAppDataDirectory();
+    if (!directory.empty() && directory.back() != '\\' && directory.back() != '/')
+        directory += '\\';
+    return directory + "OstrelData.db";
+}
+
+bool OstrelDataDatabase::Open()
+{
+    return m_database.OpenExistingFile(GetReferencePath(), std::string());
+}
+
+DatabaseEx* OstrelDataDatabase::GetSmartDB()
+{
+    return &m_database;
+}
+
+} // namespace Ostrel
