@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the library from a build into a scratch prefix and builds a small consumer against it,
-# once through find_package(vellument) and once through pkg-config.
+# once through find_package(vellument) and once through pkg-config; then builds and runs the
+# example project of examples/ against the same prefix, and the installed `vellument` tool on what
+# the example wrote.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build}
@@ -31,4 +33,15 @@ LD_LIBRARY_PATH="$work/prefix/lib:$work/prefix/lib/x86_64-linux-gnu" "$work/cons
 export PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig:$work/prefix/lib/x86_64-linux-gnu/pkgconfig"
 c++ "$work/consumer/main.cpp" -o "$work/consumer/pc" $(pkg-config --cflags --libs vellument)
 LD_LIBRARY_PATH="$work/prefix/lib:$work/prefix/lib/x86_64-linux-gnu" "$work/consumer/pc" >/dev/null
-echo "check-install: find_package and pkg-config consumers built and ran"
+libs="$work/prefix/lib:$work/prefix/lib/x86_64-linux-gnu"
+cmake -S examples -B "$work/example" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/example" >/dev/null
+export VELLUMENT_APPDATA="$work/appdata"
+LD_LIBRARY_PATH="$libs" "$work/example/trail_example" "$work/company" >/dev/null
+if [ -x "$work/prefix/bin/vellument" ]; then
+  for vlm in "$work"/company/Histories/*.VLM; do
+    LD_LIBRARY_PATH="$libs" "$work/prefix/bin/vellument" check "$vlm" >/dev/null
+    LD_LIBRARY_PATH="$libs" "$work/prefix/bin/vellument" show --format json "$vlm" >/dev/null
+  done
+fi
+echo "check-install: find_package and pkg-config consumers, the example and the installed tool built and ran"

@@ -1,0 +1,43 @@
+#ifndef VELLUMENT_TOOL_COMMANDS_H
+#define VELLUMENT_TOOL_COMMANDS_H
+
+// Each command adds itself to the program's parser and hands back what runs it once the whole
+// command line has been parsed and checked. A command reports a failure by throwing cli::Error.
+
+#include <functional>
+#include <ostream>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+struct Context;
+
+struct Command {
+    CLI::App* parser;
+    std::function<void()> run;
+};
+
+Command add_show_command(CLI::App& app, const Context& context);
+Command add_check_command(CLI::App& app, const Context& context);
+Command add_mirror_command(CLI::App& app, const Context& context);
+Command add_export_command(CLI::App& app, const Context& context);
+Command add_demo_command(CLI::App& app, const Context& context);
+
+// The readable timeline of a trail given as trail_to_json made it.
+void print_timeline(std::ostream& out, const nlohmann::json& trail);
+
+// Mirrors the vellument at the library path into the database (rows replaced wholesale) without
+// writing the vellument file. Returns the number of transactions mirrored. The shown names are
+// those to use in messages.
+int mirror_into_database(const std::string& vellument, const std::string& shown, const std::string& database,
+                         const std::string& shown_database, const std::string& password);
+
+} // namespace cli
+
+#endif
