@@ -14,6 +14,7 @@
 #include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Nesting.h"
 #include "toolkit/CkXmlDocument.h"
 
 namespace {
@@ -418,6 +419,11 @@ struct COXMLDocumentData {
     {
         error_code = code;
         error_text = text;
+    }
+
+    static const COXMLDocumentData* of(const COXMLDocument* document)
+    {
+        return static_cast<const COXMLNode*>(document)->owner_;
     }
 };
 
@@ -895,4 +901,49 @@ COXMLNode* COXMLDocument::createElement(const char* name)
 COXMLNode* COXMLDocument::getDocumentElement()
 {
     return data_->wrap(data_->root());
+}
+
+// ---------------------------------------------------------------------------------------------
+// Nesting check
+
+const char* xml_find_self_nested_element(const COXMLDocument* document, const char* const* names, int count)
+{
+    if (document == nullptr || names == nullptr || count <= 0)
+        return nullptr;
+    // One walk without recursion; open[i] counts the elements named names[i] around the present node.
+    std::vector<int> open(static_cast<std::size_t>(count), 0);
+    std::vector<int> entered;  // per level: index into names, or -1
+    auto index_of = [&](pugi::xml_node n) {
+        if (n.type() != pugi::node_element)
+            return -1;
+        for (int i = 0; i < count; ++i)
+            if (std::strcmp(n.name(), names[i]) == 0)
+                return i;
+        return -1;
+    };
+    const pugi::xml_node top = COXMLDocumentData::of(document)->doc;
+    pugi::xml_node node = top.first_child();
+    while (node) {
+        const int i = index_of(node);
+        if (i >= 0 && open[static_cast<std::size_t>(i)] > 0)
+            return names[i];
+        if (node.first_child()) {
+            if (i >= 0)
+                ++open[static_cast<std::size_t>(i)];
+            entered.push_back(i);
+            node = node.first_child();
+            continue;
+        }
+        while (!node.next_sibling()) {
+            node = node.parent();
+            if (node == top || entered.empty())
+                return nullptr;
+            const int up = entered.back();
+            entered.pop_back();
+            if (up >= 0)
+                --open[static_cast<std::size_t>(up)];
+        }
+        node = node.next_sibling();
+    }
+    return nullptr;
 }

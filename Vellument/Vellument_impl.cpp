@@ -15,6 +15,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Nesting.h"
 
 vellument_impl::vellument_impl()
     : modified_date(CDateTime::now())
@@ -120,6 +121,15 @@ void vellument_impl::open(const char* name, const char* ein, const char* year, c
     read_only = open_read_only;
 
     std::unique_ptr<COXMLDocument> document(COXMLDocument::load(vellument_name.c_str(), nullptr, nullptr, 0));
+    if (document) {
+        // Records gather their children at any depth; a record nested in one of its own kind
+        // would be read again by every record around it, which no file the library writes does.
+        static const char* const kRecordNames[] = {"Transaction", "Package", "Status", "Filing", "Copy"};
+        if (const char* nested = xml_find_self_nested_element(document.get(), kRecordNames, 5)) {
+            VLOG(1, "[Vellument] %s elements nested in one another, the file is not read\n", nested);
+            document.reset();
+        }
+    }
     if (document) {
         read_document(document.get());
         if (current_transaction() == nullptr) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <vellument/CDictionary.h>
+#include <vellument/CPackage.h>
 #include <vellument/CPathHandling.h>
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
@@ -103,6 +104,30 @@ TEST(VellumentOpen, MissingOrMalformedFileGivesOneFreshTransaction)
     CVellument again;
     again.open(co.win(kName).c_str(), "", "", "", false, true);
     EXPECT_EQ(again.get_transaction_count(), 2);
+}
+
+TEST(VellumentOpen, RecordsNestedInTheirOwnKindAreNotRead)
+{
+    // Every record would read all that lies below it again: 30,000 nested filings would take
+    // minutes and gigabytes. Such a file is taken as unreadable; neighbours of other kinds are not.
+    Company co;
+    std::string nested;
+    for (int i = 0; i < 30000; ++i)
+        nested += "<Filing Type=\"Federal\">";
+    nested += "<Form/>";
+    for (int i = 0; i < 30000; ++i)
+        nested += "</Filing>";
+    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package>" + nested + "</Package></Transaction>"));
+    CVellument v;
+    v.open(co.win(kName).c_str(), "", "", "", false, true);
+    ASSERT_EQ(v.get_transaction_count(), 1);
+    EXPECT_EQ(v.get_current_package()->get_filing_count(), 0);
+
+    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package><Filing><Form/><Copy/></Filing>"
+                              "<Filing><Form/></Filing></Package><Status><Copy/></Status></Transaction>"));
+    CVellument plain;
+    plain.open(co.win(kName).c_str(), "", "", "", false, true);
+    EXPECT_EQ(plain.get_current_transaction()->get_package()->get_filing_count(), 2);
 }
 
 TEST(VellumentOpen, DocumentWithoutTransactionThrowsZero)
