@@ -283,22 +283,6 @@ bool year_is_number(const std::string& year)
     return true;
 }
 
-// The vellument's attribute rows, as CVellument::getAndFillMap gives them.
-attributeDicList vellument_attributes(const vellument_impl& d)
-{
-    attributeDicList& table = AttributeLists::table(AttributeLists::VELLUMENT);
-    table.at(0).attributeValue = "200";
-    table.at(1).attributeValue = d.filing_period_start;
-    table.at(2).attributeValue = d.filing_period_end;
-    table.at(3).attributeValue = d.registration_mode;
-    table.at(4).attributeValue = d.form_type_string;
-    table.at(5).attributeValue = d.vendor_code;
-    table.at(6).attributeValue = d.filing_year;
-    table.at(7).attributeValue = d.modified_date.format("%m/%d/%Y %H:%M:%S");
-    table.at(8).attributeValue = d.filing_ein;
-    return table;
-}
-
 // The columns of the present row, from the second, as attributes of the element; the last
 // `skipped` columns (tableVer and the links) are left out.
 void copy_attributes(CkXml* element, const Ostrel::RecordSet& rows, int skipped)
@@ -695,7 +679,7 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
         "= '%s' AND filingYear = %s AND Extension = '%s');",
         id.form_type.c_str(), id.year.c_str(), id.extension.c_str()));
     if (trail_id < 1) {
-        const int new_trail = _insertRecord(TABLE_AUDIT_TRAIL, vellument_id, vellument_attributes(vellument));
+        const int new_trail = _insertRecord(TABLE_AUDIT_TRAIL, vellument_id, vellument.get_and_fill_map());
         _updateTable(*link_of(LINK_VELLUMENT_CHILD), vellument_id, new_trail);
         trail_id = vellument_id;
         if (vellument.dictionary != nullptr && !vellument.dictionary->empty()) {

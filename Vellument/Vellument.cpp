@@ -89,17 +89,21 @@ CTransaction* CVellument::get_transaction(int index) const
 
 attributeDicList CVellument::getAndFillMap() const
 {
+    return m_impl->get_and_fill_map();
+}
+
+attributeDicList vellument_impl::get_and_fill_map() const
+{
     attributeDicList& table = AttributeLists::table(AttributeLists::VELLUMENT);
-    const vellument_impl& d = *m_impl;
     table.at(0).attributeValue = "200";
-    table.at(1).attributeValue = d.filing_period_start;
-    table.at(2).attributeValue = d.filing_period_end;
-    table.at(3).attributeValue = d.registration_mode;
-    table.at(4).attributeValue = d.form_type_string;
-    table.at(5).attributeValue = d.vendor_code;
-    table.at(6).attributeValue = d.filing_year;
-    table.at(7).attributeValue = d.modified_date.format("%m/%d/%Y %H:%M:%S");
-    table.at(8).attributeValue = d.filing_ein;
+    table.at(1).attributeValue = filing_period_start;
+    table.at(2).attributeValue = filing_period_end;
+    table.at(3).attributeValue = registration_mode;
+    table.at(4).attributeValue = form_type_string;
+    table.at(5).attributeValue = vendor_code;
+    table.at(6).attributeValue = filing_year;
+    table.at(7).attributeValue = modified_date.format("%m/%d/%Y %H:%M:%S");
+    table.at(8).attributeValue = filing_ein;
     return table;
 }
 

@@ -6,6 +6,7 @@
 
 #include <vellument/DateTime.h>
 #include <vellument/LocalList.h>
+#include <vellument/attributeDic.h>
 #include <vellument/VellumentTypes.h>
 
 class COXMLDocument;
@@ -40,6 +41,9 @@ public:
     // Root attributes, document dictionary and transactions of a parsed document, appended to
     // what is held.
     void read_document(COXMLDocument* document);
+    // The root attribute rows (version, period, mode, form type, vendor, year, modified date, EIN),
+    // filled into the process-wide table.
+    attributeDicList get_and_fill_map() const;
     // A default transaction appended as the new current one.
     CTransaction* create_new_transaction();
     // form_type_string, or the form type read from the code between the underscores of the name.

@@ -12,60 +12,22 @@
 #include <string>
 #include <vector>
 
-#include <vellument/CCopy.h>
-#include <vellument/CFiling.h>
-#include <vellument/CForm.h>
-#include <vellument/CHistory.h>
-#include <vellument/CPackage.h>
-#include <vellument/CStatus.h>
-#include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
 #include <vellument/CvellumentDB.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "large_vellument.h"
+
 namespace {
 
-// The large vellument of bench_vellument: 500 transactions of 20 copies with 3 histories each and
-// 10 filings with 3 forms each. (The generator is copied from there: a benchmark program is a
-// single file.)
-const int kTransactions = 500;
-const int kCopies = 20;
-const int kFilings = 10;
-const int kHistories = 3;
-const int kForms = 3;
+using namespace large_vellument;
 
 // Rows of one transaction: itself, package, status, two status bases, and each copy, filing,
 // history and form with its base row.
 const int kRowsPerTransaction = 5 + 2 * (kCopies + kCopies * kHistories + kFilings + kFilings * kForms);
 // The vellument and audit trail rows.
 const int kRows = kTransactions * kRowsPerTransaction + 2;
-
-void fill_form(const CFormBase* form, int i, int j)
-{
-    form->set_type(j == 0 ? Vellument::FORM_TYPE_W2 : Vellument::FORM_TYPE_W3);
-    form->set_flags(Vellument::FORM_FLAGS_READ_ONLY);
-    form->set_description("Federal W-2 copy " + std::to_string(j));
-    form->set_location(".\\Histories\\W2_" + std::to_string(i) + "_" + std::to_string(j) + ".PDF");
-    form->set_exml_location(".\\Histories\\W2_" + std::to_string(i) + "_" + std::to_string(j) + ".XML");
-    form->set_form_name("W2_SSA");
-    form->set_krf_db_path("C:\\Data\\Forms.krf");
-    form->set_krf_version("2021.1");
-    form->set_krf_filter_number(i);
-    form->set_krf_filter_number_2(j);
-}
-
-void fill_base(const CFilingBase* unit, int i, int k)
-{
-    unit->set_type(k == 0 ? Vellument::FILING_TYPE_FEDERAL
-                          : k == 1 ? Vellument::FILING_TYPE_EMPLOYER : Vellument::FILING_TYPE_STATE);
-    unit->set_identifier(k < 2 ? "FE" : "S" + std::to_string(k));
-    unit->set_vlid(i * 100 + k);
-    unit->set_printed_flag(true);
-    unit->set_efiled_flag(k % 2 == 0);
-    unit->set_krf_file_location(".\\Histories\\DATA_" + std::to_string(k) + ".KRF");
-    unit->set_date(CDateTime(44197.5 + i));
-}
 
 struct Fixture {
     std::string root;  // disk directory, removed at exit
@@ -88,35 +50,7 @@ Fixture& fixture()
         CVellument& v = made->vellument;
         v.open(name.c_str(), "12-3456789", "2021", "VND", false, true);
         v.set_form_type_string("W-2_SSA");
-        for (int i = 0; i < kTransactions; ++i) {
-            CPackage* package = v.get_current_package();
-            for (int k = 0; k < kFilings; ++k) {
-                CFiling* filing = new CFiling();
-                fill_base(filing, i, k);
-                filing->set_efiled_successful_flag(true);
-                filing->set_employee_count(25);
-                for (int j = 0; j < kForms; ++j) {
-                    CForm* form = new CForm();
-                    fill_form(form, i, j);
-                    filing->add_form(form);
-                }
-                package->add_filing(filing);
-            }
-            CStatus* status = v.get_current_status();
-            for (int k = 0; k < kCopies; ++k) {
-                CCopy* copy = new CCopy();
-                fill_base(copy, i, k);
-                for (int j = 0; j < kHistories; ++j) {
-                    CHistory* history = new CHistory();
-                    fill_form(history, i, j);
-                    copy->add_history(history);
-                }
-                status->add_copy(copy);
-            }
-            v.get_current_transaction()->set_action(Vellument::ACTION_FILING);
-            if (i + 1 < kTransactions)
-                v.clear_current_status();
-        }
+        large_vellument::fill(v);
         std::atexit([] {
             std::error_code ec;
             std::filesystem::remove_all(fixture().root, ec);

@@ -11,24 +11,13 @@
 #include <filesystem>
 #include <string>
 
-#include <vellument/CCopy.h>
-#include <vellument/CFiling.h>
-#include <vellument/CForm.h>
-#include <vellument/CHistory.h>
-#include <vellument/CPackage.h>
-#include <vellument/CStatus.h>
-#include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
 
-namespace {
+#include "large_vellument.h"
 
-const int kTransactions = 500;
-const int kCopies = 20;
-const int kFilings = 10;
-const int kHistories = 3;
-const int kForms = 3;
+namespace {
 
 struct Fixture {
     std::string root;        // disk directory, removed at exit
@@ -36,34 +25,6 @@ struct Fixture {
     std::string disk_file;   // disk form of the same file
     std::string pugi_output; // where pugixml writes its copy
 };
-
-void fill_form(const CFormBase* form, int i, int j)
-{
-    form->set_type(j == 0 ? Vellument::FORM_TYPE_W2 : Vellument::FORM_TYPE_W3);
-    form->set_flags(Vellument::FORM_FLAGS_READ_ONLY);
-    form->set_description("Federal W-2 copy " + std::to_string(j));
-    form->set_location(".\\Histories\\W2_" + std::to_string(i) + "_" + std::to_string(j) + ".PDF");
-    form->set_exml_location(".\\Histories\\W2_" + std::to_string(i) + "_" + std::to_string(j) + ".XML");
-    form->set_form_name("W2_SSA");
-    form->set_krf_db_path("C:\\Data\\Forms.krf");
-    form->set_krf_version("2021.1");
-    form->set_krf_filter_number(i);
-    form->set_krf_filter_number_2(j);
-}
-
-void fill_base(const CFilingBase* unit, int i, int k)
-{
-    // A federal unit with its printed employer unit, then states: the steady state of a W-2
-    // trail, which an ordinary open leaves as it is.
-    unit->set_type(k == 0 ? Vellument::FILING_TYPE_FEDERAL
-                          : k == 1 ? Vellument::FILING_TYPE_EMPLOYER : Vellument::FILING_TYPE_STATE);
-    unit->set_identifier(k < 2 ? "FE" : "S" + std::to_string(k));
-    unit->set_vlid(i * 100 + k);
-    unit->set_printed_flag(true);
-    unit->set_efiled_flag(k % 2 == 0);
-    unit->set_krf_file_location(".\\Histories\\DATA_" + std::to_string(k) + ".KRF");
-    unit->set_date(CDateTime(44197.5 + i));
-}
 
 // Builds the document through the library and saves it, so that it has the library's own form.
 Fixture& fixture()
@@ -84,35 +45,7 @@ Fixture& fixture()
         CVellument v;
         v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
         v.set_form_type_string("W-2_SSA");
-        for (int i = 0; i < kTransactions; ++i) {
-            CPackage* package = v.get_current_package();
-            for (int k = 0; k < kFilings; ++k) {
-                CFiling* filing = new CFiling();
-                fill_base(filing, i, k);
-                filing->set_efiled_successful_flag(true);
-                filing->set_employee_count(25);
-                for (int j = 0; j < kForms; ++j) {
-                    CForm* form = new CForm();
-                    fill_form(form, i, j);
-                    filing->add_form(form);
-                }
-                package->add_filing(filing);
-            }
-            CStatus* status = v.get_current_status();
-            for (int k = 0; k < kCopies; ++k) {
-                CCopy* copy = new CCopy();
-                fill_base(copy, i, k);
-                for (int j = 0; j < kHistories; ++j) {
-                    CHistory* history = new CHistory();
-                    fill_form(history, i, j);
-                    copy->add_history(history);
-                }
-                status->add_copy(copy);
-            }
-            v.get_current_transaction()->set_action(Vellument::ACTION_FILING);
-            if (i + 1 < kTransactions)
-                v.clear_current_status();
-        }
+        large_vellument::fill(v);
         if (v.save(nullptr) == 0)
             std::abort();
         std::atexit([] {
@@ -155,7 +88,7 @@ void BM_VellumentOpen(benchmark::State& state)
     for (auto _ : state) {
         CVellument v;
         v.open(f.vellument.c_str(), "", "", "", false, false);
-        if (v.get_transaction_count() != kTransactions)
+        if (v.get_transaction_count() != large_vellument::kTransactions)
             state.SkipWithError("unexpected trail");
     }
 }
