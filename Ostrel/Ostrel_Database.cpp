@@ -407,6 +407,16 @@ struct DatabaseEx::Impl {
             sqlite3_close(handle);
             return false;
         }
+        // The file may come from anywhere, and the SQLite under the cipher predates many of its
+        // fixes for damaged files: have it check every cell it reads, and refuse a file whose
+        // structure is damaged before any statement of ours runs on it.
+        sqlite3_exec(handle, "PRAGMA cell_size_check = ON;", nullptr, nullptr, nullptr);
+        if (!structure_ok(handle)) {
+            last_error = "cannot use " + given_path + ": the database file is damaged";
+            VLOG(2, "[Database] %s\n", last_error.c_str());
+            sqlite3_close(handle);
+            return false;
+        }
         // A whole vellument is written in one transaction: a larger page cache keeps it from
         // spilling pages to the file before the commit.
         sqlite3_exec(handle, "PRAGMA cache_size = -16384;", nullptr, nullptr, nullptr);
@@ -415,6 +425,22 @@ struct DatabaseEx::Impl {
         path = given_path;
         depth = 0;
         return true;
+    }
+
+    // PRAGMA quick_check answers a single "ok" for a sound file, else one row per fault.
+    static bool structure_ok(sqlite3* handle)
+    {
+        sqlite3_stmt* statement = nullptr;
+        if (sqlite3_prepare_v2(handle, "PRAGMA quick_check;", -1, &statement, nullptr) != SQLITE_OK)
+            return false;
+        bool ok = false;
+        if (sqlite3_step(statement) == SQLITE_ROW) {
+            const unsigned char* text = sqlite3_column_text(statement, 0);
+            ok = text != nullptr && std::strcmp(reinterpret_cast<const char*>(text), "ok") == 0 &&
+                 sqlite3_step(statement) == SQLITE_DONE;
+        }
+        sqlite3_finalize(statement);
+        return ok;
     }
 
     void close()

@@ -92,6 +92,22 @@ TEST(DatabaseFile, EmptyPathMissingFileAndNonDatabase)
     testutil::write_file(dir.file("text.db"), std::string(4096, 'x'));
     EXPECT_FALSE(db.OpenFile(dir.file("text.db"), ""));
     EXPECT_FALSE(db.GetOpen());
+
+    // A file whose schema reads but whose table pages are damaged is refused before any
+    // statement can walk into the damage.
+    const std::string damaged = dir.file("damaged.db");
+    ASSERT_TRUE(db.OpenFile(damaged, ""));
+    ASSERT_TRUE(db.Execute("CREATE TABLE t (id INTEGER PRIMARY KEY, name STRING);"));
+    for (int i = 0; i < 200; ++i)
+        ASSERT_TRUE(db.Execute(("INSERT INTO t (name) VALUES ('row " + std::to_string(i) + "');").c_str()));
+    ASSERT_TRUE(db.Close());
+    std::string bytes = testutil::read_file(damaged);
+    ASSERT_GE(bytes.size(), 8192u);
+    for (std::size_t i = 4096 + 8; i < 4096 + 40; ++i)
+        bytes[i] = '\xFF';
+    testutil::write_file(damaged, bytes);
+    EXPECT_FALSE(db.OpenFile(damaged, ""));
+    EXPECT_FALSE(db.GetOpen());
 }
 
 TEST(DatabaseFile, PasswordEncryptsAndIsChecked)
