@@ -913,12 +913,15 @@ const char* xml_find_self_nested_element(const COXMLDocument* document, const ch
     // One walk without recursion; open[i] counts the elements named names[i] around the present node.
     std::vector<int> open(static_cast<std::size_t>(count), 0);
     std::vector<int> entered;  // per level: index into names, or -1
+    // Called once per node on a large tree: the cheap name test comes first, the type test only
+    // for a name that matches (a processing instruction may carry one).
     auto index_of = [&](pugi::xml_node n) {
-        if (n.type() != pugi::node_element)
+        const char* name = n.name();
+        if (*name == '\0')
             return -1;
         for (int i = 0; i < count; ++i)
-            if (std::strcmp(n.name(), names[i]) == 0)
-                return i;
+            if (std::strcmp(name, names[i]) == 0)
+                return n.type() == pugi::node_element ? i : -1;
         return -1;
     };
     const pugi::xml_node top = COXMLDocumentData::of(document)->doc;
@@ -927,14 +930,16 @@ const char* xml_find_self_nested_element(const COXMLDocument* document, const ch
         const int i = index_of(node);
         if (i >= 0 && open[static_cast<std::size_t>(i)] > 0)
             return names[i];
-        if (node.first_child()) {
+        const pugi::xml_node child = node.first_child();
+        if (child) {
             if (i >= 0)
                 ++open[static_cast<std::size_t>(i)];
             entered.push_back(i);
-            node = node.first_child();
+            node = child;
             continue;
         }
-        while (!node.next_sibling()) {
+        pugi::xml_node next = node.next_sibling();
+        while (!next) {
             node = node.parent();
             if (node == top || entered.empty())
                 return nullptr;
@@ -942,8 +947,9 @@ const char* xml_find_self_nested_element(const COXMLDocument* document, const ch
             entered.pop_back();
             if (up >= 0)
                 --open[static_cast<std::size_t>(up)];
+            next = node.next_sibling();
         }
-        node = node.next_sibling();
+        node = next;
     }
     return nullptr;
 }
