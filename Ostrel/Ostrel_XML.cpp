@@ -919,8 +919,9 @@ const char* xml_find_self_nested_element(const COXMLDocument* document, const ch
         const char* name = n.name();
         if (*name == '\0')
             return -1;
+        // Two bytes settle almost every node; a string compare per name per node showed.
         for (int i = 0; i < count; ++i)
-            if (std::strcmp(name, names[i]) == 0)
+            if (name[0] == names[i][0] && name[1] == names[i][1] && std::strcmp(name, names[i]) == 0)
                 return n.type() == pugi::node_element ? i : -1;
         return -1;
     };
