@@ -642,16 +642,28 @@ std::string LocalAppDataDiskPath(bool create)
 
 } // namespace FileSystemDetail
 
-bool FileSystem::GetFileExists(const char* path)
+namespace {
+
+// Maps path and reads its attributes; on failure the last error says why.
+bool StatForOperation(const char* path, struct stat& st)
 {
     std::string disk;
     if (!MapForOperation(path, disk))
         return false;
-    struct stat st;
     if (::stat(disk.c_str(), &st) != 0) {
         SetErrorForPath(errno, disk);
         return false;
     }
+    return true;
+}
+
+} // namespace
+
+bool FileSystem::GetFileExists(const char* path)
+{
+    struct stat st;
+    if (!StatForOperation(path, st))
+        return false;
     if (!S_ISREG(st.st_mode)) {
         Error::SetLastError(Error::FILE_NOT_FOUND);
         return false;
@@ -735,14 +747,9 @@ std::string FileSystem::GetFileName(const char* path)
 
 bool FileSystem::GetStatus(const char* path)
 {
-    std::string disk;
-    if (!MapForOperation(path, disk))
-        return false;
     struct stat st;
-    if (::stat(disk.c_str(), &st) != 0) {
-        SetErrorForPath(errno, disk);
+    if (!StatForOperation(path, st))
         return false;
-    }
     Error::SetLastError(Error::SUCCESS);
     return true;
 }

@@ -39,11 +39,7 @@ Fixture& fixture()
     static Fixture* f = [] {
         Ostrel::Log::SetLevel(1);
         auto* made = new Fixture;
-        std::string tmpl = std::filesystem::temp_directory_path().string() + "/vlm-bench-XXXXXX";
-        if (mkdtemp(tmpl.data()) == nullptr)
-            std::abort();
-        made->root = tmpl;
-        std::filesystem::create_directories(made->root + "/Co/Histories");
+        made->root = large_vellument::make_scratch_company();
         const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
         const std::string name = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
 

@@ -4,6 +4,8 @@
 // The large vellument the benchmarks share: 500 transactions, each with 20 copies of 3 histories
 // and 10 filings of 3 forms, the steady state of a busy W-2 trail.
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include <vellument/CCopy.h>
@@ -49,6 +51,16 @@ inline void fill_base(const CFilingBase* unit, int i, int k)
     unit->set_efiled_flag(k % 2 == 0);
     unit->set_krf_file_location(".\\Histories\\DATA_" + std::to_string(k) + ".KRF");
     unit->set_date(CDateTime(44197.5 + i));
+}
+
+// A new scratch directory holding a company folder "Co" with its Histories; the caller removes it.
+inline std::string make_scratch_company()
+{
+    std::string root = std::filesystem::temp_directory_path().string() + "/vlm-bench-XXXXXX";
+    if (mkdtemp(root.data()) == nullptr)
+        std::abort();
+    std::filesystem::create_directories(root + "/Co/Histories");
+    return root;
 }
 
 // Appends the transactions to an opened vellument.
