@@ -53,5 +53,10 @@
 #include <vellument/CkString.h>
 #include <vellument/CkStringBuilder.h>
 #include <vellument/CkXml.h>
+#include <vellument/CkHttp.h>
+#include <vellument/CkHttpResponse.h>
+
+// The web service client
+#include <vellument/eFileSOAPS.h>
 
 #endif
