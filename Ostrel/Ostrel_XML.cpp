@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <pugixml.hpp>
@@ -15,6 +16,7 @@
 
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Nesting.h"
+#include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXmlDocument.h"
 
 namespace {
@@ -52,11 +54,6 @@ bool is_ascii(const char* text)
     return is_ascii(text, std::strlen(text));
 }
 
-bool is_ascii(const std::string& bytes)
-{
-    return is_ascii(bytes.data(), bytes.size());
-}
-
 // The simple name of a path "./Name" or "Name" that walking the children answers as XPath
 // would, or null for anything else. Operator names are left to XPath.
 const char* simple_child_name(const char* xpath)
@@ -72,6 +69,39 @@ const char* simple_child_name(const char* xpath)
         std::strcmp(name, "mod") == 0)
         return nullptr;
     return name;
+}
+
+// True when the last step of a path tests an element name without a prefix ("//Task[@N='1']",
+// "./Copy"). Only such a test has to pass over elements in a namespace; the library's queries
+// are all of one step, so earlier steps are not looked at.
+bool last_step_is_plain_name(const char* xpath)
+{
+    std::string outside;  // the path without its predicates and literals
+    int depth = 0;
+    char quote = 0;
+    for (const char* p = xpath; *p; ++p) {
+        if (quote != 0) {
+            if (*p == quote)
+                quote = 0;
+        } else if (*p == '"' || *p == '\'') {
+            quote = *p;
+        } else if (*p == '[') {
+            ++depth;
+        } else if (*p == ']') {
+            --depth;
+        } else if (depth == 0) {
+            outside.push_back(*p);
+        }
+    }
+    std::string step = outside.substr(outside.find_last_of('/') + 1);
+    const std::string::size_type axis = step.find("::");
+    if (axis != std::string::npos) {
+        const std::string name = step.substr(0, axis);
+        if (name != "child" && name != "descendant" && name != "descendant-or-self" && name != "self")
+            return false;
+        step.erase(0, axis + 2);
+    }
+    return simple_child_name(step.c_str()) != nullptr;
 }
 
 // Text coming in from a caller is ANSI; the tree holds UTF-8. ASCII needs no conversion.
@@ -96,22 +126,31 @@ private:
     std::string buffer_;
 };
 
-// The names pugixml reads back: a letter, '_', ':' or any non-ASCII byte first, then also
-// digits, '-' and '.'. Anything else would save into a file that no longer parses.
+// An XML name, checked in UTF-8: anything else would save into a file that doesn't load.
 bool is_valid_name(const char* name)
 {
-    if (name == nullptr || *name == '\0')
+    if (name == nullptr)
         return false;
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(name);
-    auto start = [](unsigned char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':' || c >= 0x80;
-    };
-    if (!start(*p))
-        return false;
-    for (++p; *p; ++p)
-        if (!start(*p) && !(*p >= '0' && *p <= '9') && *p != '-' && *p != '.')
-            return false;
-    return true;
+    InText utf8(name);
+    return oxml::is_xml_name(utf8.c_str());
+}
+
+// A value XML 1.0 can hold: the control characters that it can't, even as references, become '?'.
+bool needs_control_replacement(const char* text)
+{
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != 0; ++p)
+        if (*p < 0x20 && *p != '\t' && *p != '\n' && *p != '\r')
+            return true;
+    return false;
+}
+
+std::string replace_controls(const char* text)
+{
+    std::string out(text);
+    for (char& c : out)
+        if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r')
+            c = '?';
+    return out;
 }
 
 void copy_text(char* buffer, int size, const std::string& text)
@@ -181,21 +220,6 @@ bool is_ansi_encoding(const std::string& name)
     return false;
 }
 
-bool has_unicode_mark_or_wide_start(const std::string& bytes)
-{
-    const unsigned char* b = reinterpret_cast<const unsigned char*>(bytes.data());
-    std::size_t n = bytes.size();
-    if (n >= 3 && b[0] == 0xEF && b[1] == 0xBB && b[2] == 0xBF)
-        return true;
-    if (n >= 2 && ((b[0] == 0xFE && b[1] == 0xFF) || (b[0] == 0xFF && b[1] == 0xFE)))
-        return true;
-    // UTF-16 or UTF-32 without a mark starts with a zero byte among its first four.
-    for (std::size_t i = 0; i < n && i < 4; ++i)
-        if (b[i] == 0)
-            return true;
-    return false;
-}
-
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -213,33 +237,43 @@ struct COXMLDocumentData {
 
     // Set while every text in the tree is known to be ASCII, so none needs checking on the way out.
     bool all_ascii = false;
+    // Set when some element may lie in a namespace, which name tests of XPath then have to heed.
+    bool namespaces = false;
 
-    // Readers ask for a node's attributes in the order they were written: the search for the
-    // next one starts after the last one found on the same node.
-    pugi::xml_node_struct* hint_node = nullptr;
-    pugi::xml_attribute hint_attribute;
+    // Setting an attribute has to find one of the same name first. A scan of a large element's
+    // attributes would make writing them quadratic, so the large element last used keeps an index.
+    static const std::size_t kScanAttributes = 16;
+    pugi::xml_node_struct* indexed_node = nullptr;
+    std::unordered_map<std::string, pugi::xml_attribute_struct*> attribute_index;
 
-    pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name)
+    // The attribute of that name; with may_index, a large element is indexed on the way.
+    pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
     {
-        if (n.internal_object() != hint_node) {
-            hint_node = n.internal_object();
-            hint_attribute = n.first_attribute();
+        if (n.internal_object() != indexed_node) {
+            if (!may_index)
+                return n.attribute(utf8_name);
+            std::size_t scanned = 0;
+            pugi::xml_attribute a = n.first_attribute();
+            for (; a && scanned < kScanAttributes; a = a.next_attribute(), ++scanned)
+                if (std::strcmp(a.name(), utf8_name) == 0)
+                    return a;
+            if (!a)
+                return a;
+            indexed_node = n.internal_object();
+            attribute_index.clear();
+            for (a = n.first_attribute(); a; a = a.next_attribute())
+                attribute_index.emplace(a.name(), a.internal_object());
         }
-        return n.attribute(utf8_name, hint_attribute);
+        auto found = attribute_index.find(utf8_name);
+        return found == attribute_index.end() ? pugi::xml_attribute() : pugi::xml_attribute(found->second);
     }
 
-    // The element createElement made last, and a bit per name hash of the attributes set on it
-    // since: a clear bit proves a name new, so writing a fresh element needs no search.
-    pugi::xml_node_struct* fresh_node = nullptr;
-    std::uint64_t fresh_names = 0;
-
-    // Length and the outer letters tell the names of one element apart well enough.
-    static std::uint64_t name_bit(const char* name)
+    pugi::xml_attribute append_attribute(pugi::xml_node n, const char* utf8_name)
     {
-        const std::size_t n = std::strlen(name);
-        const unsigned char first = static_cast<unsigned char>(name[0]);
-        const unsigned char last = n > 0 ? static_cast<unsigned char>(name[n - 1]) : 0;
-        return std::uint64_t(1) << ((n * 5 + first * 7 + last * 13) & 63);
+        pugi::xml_attribute a = n.append_attribute(utf8_name);
+        if (a && n.internal_object() == indexed_node)
+            attribute_index.emplace(utf8_name, a.internal_object());
+        return a;
     }
 
     // Text given out in ANSI lives here until it has been overwritten 16 calls later.
@@ -408,6 +442,20 @@ struct COXMLDocumentData {
         return pending_top(n) == context_top;
     }
 
+    // An element in a namespace: a name test of XPath without a prefix doesn't match it.
+    static bool in_namespace(pugi::xml_node n)
+    {
+        if (std::strchr(n.name(), ':') != nullptr)
+            return true;
+        for (; n && n.type() == pugi::node_element; n = n.parent())
+            if (pugi::xml_attribute a = n.attribute("xmlns"))
+                return *a.value() != '\0';
+        return false;
+    }
+
+    // Whether an element found by a name test of XPath without a prefix really matches it.
+    bool matches_plain_name(pugi::xml_node n) const { return !namespaces || !in_namespace(n); }
+
     pugi::xml_node pending_holder()
     {
         if (!holder)
@@ -494,9 +542,7 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
         return;
     COXMLDocumentData& d = *owner_;
     pugi::xml_node n = COXMLDocumentData::node_of(this);
-    // The document carries no attributes of its own: they go to its root element.
-    if (n == d.doc)
-        n = d.root();
+    // The document has no attributes of its own, and its root element is not changed through it.
     if (!n || n.type() != pugi::node_element)
         return;
     if (!is_valid_name(name)) {
@@ -504,20 +550,19 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
         return;
     }
     InText uname(name);
+    std::string replaced;
+    if (value != nullptr && needs_control_replacement(value)) {
+        replaced = replace_controls(value);
+        value = replaced.c_str();
+    }
     InText uvalue(value);
     if (!uname.ascii() || !uvalue.ascii())
         d.all_ascii = false;
-    pugi::xml_attribute a;
-    if (n.internal_object() == d.fresh_node) {
-        const std::uint64_t bit = COXMLDocumentData::name_bit(uname.c_str());
-        if (d.fresh_names & bit)
-            a = n.attribute(uname.c_str());
-        d.fresh_names |= bit;
-    } else {
-        a = n.attribute(uname.c_str());
-    }
+    if (std::strncmp(uname.c_str(), "xmlns", 5) == 0)
+        d.namespaces = true;
+    pugi::xml_attribute a = d.find_attribute(n, uname.c_str(), true);
     if (!a)
-        a = n.append_attribute(uname.c_str());
+        a = d.append_attribute(n, uname.c_str());
     a.set_value(uvalue.c_str());
 }
 
@@ -532,9 +577,9 @@ const char* COXMLNode::getAttribute(const char* name) const
     if (!n)
         return "";
     if (is_ascii(name))
-        return d.out(d.find_attribute(n, name).value());
+        return d.out(d.find_attribute(n, name, false).value());
     InText uname(name);
-    return d.out(d.find_attribute(n, uname.c_str()).value());
+    return d.out(d.find_attribute(n, uname.c_str(), false).value());
 }
 
 const char* COXMLNode::nodeName() const
@@ -586,7 +631,8 @@ COXMLNode* COXMLNode::selectSingleNode(const char* xpath) const
     if (const char* name = simple_child_name(xpath)) {
         if (context != d.holder) {
             for (pugi::xml_node c = context.first_child(); c; c = c.next_sibling())
-                if (c.type() == pugi::node_element && c != d.holder && std::strcmp(c.name(), name) == 0)
+                if (c.type() == pugi::node_element && c != d.holder && std::strcmp(c.name(), name) == 0 &&
+                    d.matches_plain_name(c))
                     return d.wrap(c);
             return nullptr;
         }
@@ -597,14 +643,18 @@ COXMLNode* COXMLNode::selectSingleNode(const char* xpath) const
         if (!query || query.return_type() != pugi::xpath_type_node_set)
             return nullptr;
         pugi::xml_node context_top = d.pending_top(context);
+        const bool plain_name = d.namespaces && last_step_is_plain_name(text.c_str());
+        auto seen = [&](const pugi::xpath_node& x) {
+            return d.visible(x, context_top) && (!plain_name || x.attribute() || d.matches_plain_name(x.node()));
+        };
         pugi::xpath_node first = query.evaluate_node(context);
-        if (!first || d.visible(first, context_top))
+        if (!first || seen(first))
             return d.wrap(first);
-        // The first match lies in another tree (see visible): look further.
+        // The first match lies in another tree (see visible) or in a namespace: look further.
         pugi::xpath_node_set set = query.evaluate_node_set(context);
         set.sort();
         for (const pugi::xpath_node& x : set)
-            if (d.visible(x, context_top))
+            if (seen(x))
                 return d.wrap(x);
     } catch (const std::exception& e) {
         VLOG(2, "[OstrelXML] selectSingleNode(\"%s\") failed: %s\n", xpath, e.what());
@@ -623,7 +673,8 @@ std::shared_ptr<COXMLNodeList> COXMLNode::selectNodes(const char* xpath, bool /*
         if (context != d.holder) {
             std::shared_ptr<COXMLNodeList> list;
             for (pugi::xml_node c = context.first_child(); c; c = c.next_sibling()) {
-                if (c.type() != pugi::node_element || c == d.holder || std::strcmp(c.name(), name) != 0)
+                if (c.type() != pugi::node_element || c == d.holder || std::strcmp(c.name(), name) != 0 ||
+                    !d.matches_plain_name(c))
                     continue;
                 if (!list)
                     list = std::make_shared<COXMLNodeList>();
@@ -640,10 +691,11 @@ std::shared_ptr<COXMLNodeList> COXMLNode::selectNodes(const char* xpath, bool /*
         pugi::xpath_node_set set = query.evaluate_node_set(context);
         set.sort();
         pugi::xml_node context_top = d.pending_top(context);
+        const bool plain_name = d.namespaces && last_step_is_plain_name(text.c_str());
         std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
         list->items_->nodes.reserve(set.size());
         for (const pugi::xpath_node& x : set)
-            if (d.visible(x, context_top))
+            if (d.visible(x, context_top) && (!plain_name || x.attribute() || d.matches_plain_name(x.node())))
                 list->items_->nodes.push_back(d.wrap(x));
         if (list->items_->nodes.empty())
             return std::shared_ptr<COXMLNodeList>();
@@ -714,27 +766,38 @@ COXMLDocument* COXMLDocument::createNewDocument(CkXml* root)
 
 namespace {
 
-// Parses bytes into the data of a new document, or null on failure. The bytes are kept: the
-// tree points into them.
-std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, pugi::xml_encoding encoding, int* errorCode,
-                                                  char* errorText, int errorTextSize)
+// Checks UTF-8 bytes for well-formedness and parses them into the data of a new document, or
+// null on failure. The bytes are kept: the tree points into them.
+std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, int* errorCode, char* errorText,
+                                                  int errorTextSize)
 {
+    oxml::WellFormedResult check;
+    if (!oxml::check_well_formed(bytes.data(), bytes.size(), check)) {
+        report(errorCode, errorText, errorTextSize, check.code, check.message);
+        return nullptr;
+    }
+    // The parser does only the work that the text calls for: the same tree comes out, sooner.
+    unsigned flags = pugi::parse_minimal;
+    if (check.cdata)
+        flags |= pugi::parse_cdata;
+    if (check.references)
+        flags |= pugi::parse_escapes;
+    if (check.carriage_returns)
+        flags |= pugi::parse_eol;
+    if (check.attribute_white_space)
+        flags |= pugi::parse_wconv_attribute;
     std::unique_ptr<COXMLDocumentData> data(new COXMLDocumentData);
     data->source = std::move(bytes);
-    pugi::xml_parse_result result = data->doc.load_buffer_inplace(&data->source[0], data->source.size(),
-                                                                  pugi::parse_default, encoding);
-    if (!result) {
-        std::string text = std::string(result.description()) + " at offset " + std::to_string(result.offset);
-        report(errorCode, errorText, errorTextSize, static_cast<int>(result.status), text);
+    pugi::xml_parse_result result =
+        data->doc.load_buffer_inplace(&data->source[0], data->source.size(), flags, pugi::encoding_utf8);
+    if (!result || !data->root()) {
+        // Not expected after the check; said as well as the parser can.
+        report(errorCode, errorText, errorTextSize, OXML_E_SYNTAX,
+               std::string(result.description()) + " at offset " + std::to_string(result.offset));
         return nullptr;
     }
-    if (!data->root()) {
-        report(errorCode, errorText, errorTextSize, static_cast<int>(pugi::status_no_document_element),
-               "No document element found");
-        return nullptr;
-    }
-    // Parsed in place, every text lies in the buffer, escapes decoded included.
-    data->all_ascii = encoding == pugi::encoding_utf8 && is_ascii(data->source);
+    data->all_ascii = check.ascii;
+    data->namespaces = check.namespaces;
     return data;
 }
 
@@ -762,15 +825,22 @@ COXMLDocument* COXMLDocument::load(const char* path, int* errorCode, char* error
             }
             return nullptr;
         }
-        pugi::xml_encoding encoding = pugi::encoding_utf8;
-        if (has_unicode_mark_or_wide_start(bytes)) {
-            encoding = pugi::encoding_auto;
-        } else if (is_ansi_encoding(declared_encoding(bytes))) {
-            // Files written on Windows may be in the code page; the tree holds UTF-8.
-            bytes = Ostrel::Format::AnsiToUtf8(bytes);
+        if (bytes.size() >= 3 && std::memcmp(bytes.data(), "\xEF\xBB\xBF", 3) == 0) {
+            bytes.erase(0, 3);
+        } else {
+            oxml::WellFormedResult wide;
+            std::string utf8;
+            if (!oxml::wide_to_utf8(bytes, utf8, wide)) {
+                report(errorCode, errorText, errorTextSize, wide.code, wide.message);
+                return nullptr;
+            }
+            if (!utf8.empty())
+                bytes.swap(utf8);
+            else if (is_ansi_encoding(declared_encoding(bytes)))
+                // Files written on Windows may be in the code page; the tree holds UTF-8.
+                bytes = Ostrel::Format::AnsiToUtf8(bytes);
         }
-        std::unique_ptr<COXMLDocumentData> data =
-            parse_document(std::move(bytes), encoding, errorCode, errorText, errorTextSize);
+        std::unique_ptr<COXMLDocumentData> data = parse_document(std::move(bytes), errorCode, errorText, errorTextSize);
         return data ? new COXMLDocument(data.release()) : nullptr;
     } catch (const std::bad_alloc&) {
         report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
@@ -796,8 +866,7 @@ COXMLDocument* COXMLDocument::loadXML(const char* text, int* errorCode, char* er
             // declaration inside it names the encoding it had before it was handed over.
             bytes = Ostrel::Format::AnsiToUtf8(text, length);
         }
-        std::unique_ptr<COXMLDocumentData> data =
-            parse_document(std::move(bytes), pugi::encoding_utf8, errorCode, errorText, errorTextSize);
+        std::unique_ptr<COXMLDocumentData> data = parse_document(std::move(bytes), errorCode, errorText, errorTextSize);
         return data ? new COXMLDocument(data.release()) : nullptr;
     } catch (const std::bad_alloc&) {
         report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
@@ -890,12 +959,7 @@ COXMLNode* COXMLDocument::createElement(const char* name)
     InText uname(name);
     if (!uname.ascii())
         data_->all_ascii = false;
-    pugi::xml_node element = data_->pending_holder().append_child(uname.c_str());
-    if (element) {
-        data_->fresh_node = element.internal_object();
-        data_->fresh_names = 0;
-    }
-    return data_->wrap(element);
+    return data_->wrap(data_->pending_holder().append_child(uname.c_str()));
 }
 
 COXMLNode* COXMLDocument::getDocumentElement()

@@ -16,6 +16,8 @@
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
+#include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_Log.h>
 
 namespace large_vellument {
 
@@ -95,6 +97,41 @@ inline void fill(CVellument& v)
         if (i + 1 < kTransactions)
             v.clear_current_status();
     }
+}
+
+struct Fixture {
+    std::string root;        // disk directory, removed at exit
+    std::string vellument;   // Windows form
+    std::string disk_file;   // disk form of the same file
+    std::string pugi_output; // where pugixml writes its copy
+};
+
+// The large vellument, built through the library and saved once per process, so that it has the
+// library's own form.
+inline Fixture& fixture()
+{
+    static Fixture* f = [] {
+        Ostrel::Log::SetLevel(1);
+        auto* made = new Fixture;
+        made->root = large_vellument::make_scratch_company();
+        made->disk_file = made->root + "/Co/Histories/VELLUMENT_W2_2021.VLM";
+        made->pugi_output = made->root + "/pugi.xml";
+        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
+        made->vellument = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
+
+        CVellument v;
+        v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
+        v.set_form_type_string("W-2_SSA");
+        large_vellument::fill(v);
+        if (v.save(nullptr) == 0)
+            std::abort();
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(fixture().root, ec);
+        });
+        return made;
+    }();
+    return *f;
 }
 
 } // namespace large_vellument

@@ -297,6 +297,16 @@ TEST_F(Rounds, ListsThatGiveNoResultChangeNothing)
         {head + "<Task TaskNum=\"1\" ResultCode=\"Succeeded\"", false, false},
         {std::string("\0\xff<Task", 7), false, false},
         {head + "<Task TaskNum=\"2\" ResultCode=\"Succeeded\"/></ViewerTasks>", false, false},
+        // Damaged results that a lenient parser would take for a list of successes.
+        {head + "<Task TaskNum=\"1\" TaskNum=\"1\" ResultCode=\"Succeeded\" ResultPrinted=\"Y\"/></ViewerTasks>", false,
+         false},
+        {head + done + "</ViewerTasks><ViewerTasks/>", false, false},
+        {head + done + "</ViewerTasks>trailing", false, false},
+        {head + "<Task TaskNum=\"1\" ResultCode=\"Succeeded\" InfoMessage=\"&bogus; & <\"/></ViewerTasks>", false,
+         false},
+        {head + "<Task TaskNum=\"1\" ResultCode=\"Succeeded\" InfoMessage=\"&#1;\"/></ViewerTasks>", false, false},
+        // Tasks in a namespace are no tasks to //Task.
+        {"<ViewerTasks xmlns=\"urn:x\">" + done + "</ViewerTasks>", false, false},
         {head + done + "<Task TaskNum=\"3\" ResultCode=\"Failed\"/></ViewerTasks>", false, true},
         {head + done + "<Task TaskNum=\"2147483647\"/><Task TaskNum=\"-1\"/><Task TaskNum=\"2\"/></ViewerTasks>", true,
          true},

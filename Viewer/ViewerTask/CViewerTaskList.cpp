@@ -102,8 +102,9 @@ void CViewerTaskList::build_index()
     m_index.reset(new std::unordered_map<std::string, COXMLNode*>());
     if (m_document == nullptr)
         return;
-    std::shared_ptr<COXMLNodeList> tasks = m_document->getElementsByTagName(kTaskName);
-    const int count = tasks->length();
+    // The tasks that //Task finds: not those in a namespace.
+    std::shared_ptr<COXMLNodeList> tasks = m_document->selectNodes("//Task", true);
+    const int count = tasks ? tasks->length() : 0;
     for (int i = 0; i < count; ++i) {
         COXMLNode* task = tasks->item(i);
         if (task == nullptr)
