@@ -650,8 +650,12 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
     }
     VLOG(3, "Attempting to write records for %s %s %s", id.form_type.c_str(), id.year.c_str(), id.extension.c_str());
     if (!year_is_number(id.year)) {
-        VLOG(1, "[CvellumentDB] Invalid filing year %s returning false", id.year.c_str());
+        // No statement runs with such a year; the write fails as its statements would.
+        VLOG(1, "[CvellumentDB] Error executing select statement\n");
+        VLOG(2, "[CvellumentDB] Error inserting into Vellument table\n");
+        VLOG(1, "[CvellumentDB] Error writing records\n");
         database->RollbackTransaction();
+        g_database_error = false;
         return false;
     }
 
@@ -960,6 +964,7 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         return nullptr;
     }
     if (!year_is_number(id.year)) {
+        VLOG(1, "[CvellumentDB] Error, vellument with specified year and type does not exist\n");
         VLOG(1, "[CvellumentDB] Error from ReadRecords returning false\n");
         return nullptr;
     }
@@ -1080,6 +1085,7 @@ bool CvellumentDB::_deleteRecords(const vellument_impl& vellument, Ostrel::Datab
     const Identity id = identity_of(vellument);
     VLOG(3, "Attempting to clear records for %s %s %s", id.form_type.c_str(), id.year.c_str(), id.extension.c_str());
     if (!year_is_number(id.year)) {
+        VLOG(1, "[CvellumentDB] Error executing select statement\n");
         VLOG(3, "Specified entry doesn't exist in db FormType: %s, FilingYear: %s Extension: %s",
              id.form_type.c_str(), id.year.c_str(), id.extension.c_str());
         return true;

@@ -414,18 +414,42 @@ TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
     ASSERT_TRUE(good->save_to_vellument_database(db_path, "", ""));
     const std::string before = dump_tables(db_path);
 
+    // Such a year, the empty one too, fails each operation as its statements would fail.
     for (const char* year : {"2021; DROP TABLE VLMform", "2021 OR 1=1", "0) OR (1=1", "2021'--"}) {
         auto hostile = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", year));
         EXPECT_EQ(hostile->get_filing_year(), year);
+        LogCapture log;
         EXPECT_FALSE(hostile->save_to_vellument_database(db_path, "", "")) << year;
+        for (const char* line : {"[CvellumentDB] Error executing select statement\n",
+                                 "[CvellumentDB] Error inserting into Vellument table\n",
+                                 "[CvellumentDB] Error writing records\n"})
+            EXPECT_TRUE(log.contains(line)) << year << line;
+        EXPECT_FALSE(log.contains("Invalid filing year"));
         EXPECT_FALSE(hostile->delete_record(db_path, "", hostile->get_vellument_name()) &&
                      dump_tables(db_path) != before)
             << year;
         CVellument reader;
         EXPECT_FALSE(reader.read_from_vellument_database("C:\\X\\Vellument_M_.VLM", "", year, "", db_path, ""))
             << year;
+        EXPECT_TRUE(log.contains("[CvellumentDB] Error, vellument with specified year and type does not exist\n"));
         EXPECT_EQ(dump_tables(db_path), before) << year;
     }
+    // The empty year, through the mapper (the vellument's own calls take the year from the name).
+    auto empty = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", ""));
+    CvellumentDB mapper;
+    LogCapture log;
+    EXPECT_FALSE(mapper.writeRecords(empty.get(), db_path, ""));
+    EXPECT_EQ(log.lines, (std::vector<std::string>{"Attempting to write records for M  VLM",
+                                                   "[CvellumentDB] Error executing select statement\n",
+                                                   "[CvellumentDB] Error inserting into Vellument table\n",
+                                                   "[CvellumentDB] Error writing records\n"}));
+    log.lines.clear();
+    EXPECT_EQ(mapper.readRecords(empty.get(), db_path, ""), nullptr);
+    EXPECT_TRUE(log.contains("[CvellumentDB] Error, vellument with specified year and type does not exist\n"));
+    log.lines.clear();
+    EXPECT_TRUE(mapper.DeleteRecords(empty.get(), db_path, ""));
+    EXPECT_TRUE(log.contains("[CvellumentDB] Error executing select statement\n"));
+    EXPECT_EQ(dump_tables(db_path), before);
     CVellument reader;
     EXPECT_TRUE(reader.read_from_vellument_database(co.win("Histories\\Vellument_M_2021.VLM").c_str(), "", "", "",
                                                     db_path, ""));
