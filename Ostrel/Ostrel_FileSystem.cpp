@@ -940,6 +940,25 @@ std::FILE* FileSystem::OpenFile(const char* path, const char* mode)
     return f;
 }
 
+std::FILE* FileSystem::OpenRegularFileForRead(const char* path)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return nullptr;
+    struct stat st;
+    const int fd = OpenRegularForRead(disk, st);
+    if (fd < 0)
+        return nullptr;
+    std::FILE* f = ::fdopen(fd, "rb");
+    if (f == nullptr) {
+        Error::SetLastErrorFromErrno(errno);
+        ::close(fd);
+        return nullptr;
+    }
+    Error::SetLastError(Error::SUCCESS);
+    return f;
+}
+
 std::string FileSystem::MapPath(const char* path)
 {
     std::string disk;

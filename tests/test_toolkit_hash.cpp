@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <openssl/evp.h>
 
 #include <vellument/CkByteData.h>
@@ -154,7 +157,11 @@ TEST(ToolkitHash, UnreadableInputGivesEmptyDigestWithoutThrowing)
     crypt.put_HashAlgorithm("md5");
     CkByteData digest;
     const char stale[] = "stale";
-    for (const std::string& path : {dir.file("missing.VLM"), dir.path(), std::string()}) {
+    // Nor is anything but a regular file read: a FIFO with no writer or /dev/zero would never end.
+    ASSERT_EQ(mkfifo(dir.file("fifo.VLM").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("/dev/zero", dir.file("zero.VLM").c_str()), 0);
+    for (const std::string& path : {dir.file("missing.VLM"), dir.path(), std::string(), dir.file("fifo.VLM"),
+                                     dir.file("zero.VLM")}) {
         digest.append(stale, 5);
         EXPECT_NO_THROW(EXPECT_FALSE(crypt.HashFile(path.c_str(), digest))) << path;
         EXPECT_EQ(digest.getSize(), 0u) << path;

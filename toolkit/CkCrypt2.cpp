@@ -82,7 +82,8 @@ bool CkCrypt2::HashFile(const char* path, CkByteData& out)
         return false;
 
     try {
-        std::unique_ptr<std::FILE, FileCloser> file(Ostrel::FileSystem::OpenFile(path, "rb"));
+        // Only a regular file: a FIFO or a device could block or never end.
+        std::unique_ptr<std::FILE, FileCloser> file(Ostrel::FileSystem::OpenRegularFileForRead(path));
         if (!file)
             return false;
         std::unique_ptr<EVP_MD_CTX, DigestContextFree> ctx(EVP_MD_CTX_new());

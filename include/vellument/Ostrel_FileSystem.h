@@ -50,6 +50,9 @@ public:
     static bool CreateDirectoryA(const char* path);
     // fopen on the mapped path.
     static std::FILE* OpenFile(const char* path, const char* mode);
+    // A regular file opened for reading in binary; null for anything else (a directory, a FIFO,
+    // a device), which could block or never end, with the last error set.
+    static std::FILE* OpenRegularFileForRead(const char* path);
 
     // The disk path of a library path.
     static std::string MapPath(const char* path);
