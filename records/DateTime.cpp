@@ -237,7 +237,10 @@ ParseResult parse_text(const char* text, double& days)
 
     if (month < 1 || month > 12 || day < 1 || day > 31)
         return ParseResult::no_date;
-    if (year < 100 || year > 9999)
+    // The system parser calls a year past 9999 no date at all; one before 100 is out of range.
+    if (year > 9999)
+        return ParseResult::no_date;
+    if (year < 100)
         return ParseResult::out_of_range;
     if (day > days_in_month(year, month) || hour > 23 || minute > 59 || second > 59)
         return ParseResult::no_date;
