@@ -189,3 +189,19 @@ TEST(VellumentSave, ReadOnlyObjectStillSaves)
     ASSERT_NE(v.save(nullptr), 0);
     EXPECT_NE(co.read(kDisk).find("Action=\"Edit\""), std::string::npos);
 }
+
+// A damaged trail opens as a fresh document, and its bytes go to the backup of the next save.
+TEST(VellumentSave, DamagedFileSurvivesInTheBackup)
+{
+    Company co;
+    const std::string damaged = trail("FormType=\"W-2_SSA\" FilingYear=\"2021\" FilingYear=\"2021\"",
+                                      transaction("Filing") + "&bogus;");
+    co.write(kDisk, damaged);
+    co.record_hash(kName);
+    CVellument v;
+    v.open(co.win(kName).c_str(), "", "2021", "", false, false);
+    ASSERT_EQ(v.get_transaction_count(), 1);
+    EXPECT_EQ(v.get_current_transaction()->get_action(), Vellument::ACTION_NONE);
+    ASSERT_NE(v.save(nullptr), 0);
+    EXPECT_EQ(co.read(kBak), damaged);
+}
