@@ -15,6 +15,7 @@
 #include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_Nesting.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXmlDocument.h"
@@ -966,6 +967,68 @@ COXMLNode* COXMLDocument::getDocumentElement()
 {
     return data_->wrap(data_->root());
 }
+
+// ---------------------------------------------------------------------------------------------
+// Building a document from outside text
+
+namespace oxml {
+
+TreeBuilder::TreeBuilder() : document_(COXMLDocument::createDocument()), current_(nullptr) {}
+
+TreeBuilder::~TreeBuilder() = default;
+
+void TreeBuilder::open(const std::string& name)
+{
+    COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document_.get()));
+    pugi::xml_node parent = current_ != nullptr ? pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)) : d.doc;
+    if (current_ == nullptr && d.root())
+        return;  // one root only
+    current_ = parent.append_child(name.c_str()).internal_object();
+}
+
+void TreeBuilder::attribute(const std::string& name, const std::string& value)
+{
+    if (current_ == nullptr)
+        return;
+    COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document_.get()));
+    pugi::xml_node n(static_cast<pugi::xml_node_struct*>(current_));
+    if (name.compare(0, 5, "xmlns") == 0)
+        d.namespaces = true;
+    pugi::xml_attribute a = d.find_attribute(n, name.c_str(), true);
+    if (!a)
+        a = d.append_attribute(n, name.c_str());
+    a.set_value(value.c_str());
+}
+
+void TreeBuilder::text(const std::string& utf8)
+{
+    if (current_ == nullptr || utf8.find_first_not_of(" \t\r\n") == std::string::npos)
+        return;
+    pugi::xml_node n(static_cast<pugi::xml_node_struct*>(current_));
+    pugi::xml_node last = n.last_child();
+    if (last && last.type() == pugi::node_pcdata)
+        last.set_value((std::string(last.value()) + utf8).c_str());
+    else
+        n.append_child(pugi::node_pcdata).set_value(utf8.c_str());
+}
+
+void TreeBuilder::close()
+{
+    if (current_ == nullptr)
+        return;
+    pugi::xml_node parent = pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)).parent();
+    current_ = parent.type() == pugi::node_element ? parent.internal_object() : nullptr;
+}
+
+COXMLDocument* TreeBuilder::finish()
+{
+    if (!document_ || !COXMLDocumentData::of(document_.get())->root())
+        return nullptr;
+    current_ = nullptr;
+    return document_.release();
+}
+
+} // namespace oxml
 
 // ---------------------------------------------------------------------------------------------
 // Nesting check

@@ -1,18 +1,15 @@
 // Hands a finished toolkit XML tree to the library's document interface.
 //
-// The document interface can make elements and set attributes but has no way to give an element
-// its text, so the tree goes across as standard XML text instead. That text has to be well-formed
-// whatever the forgiving parser or the builder let into the tree: names are repaired, duplicate
-// attributes merged, references resolved and every special character escaped. Every character
-// outside ASCII goes as a numeric reference, so the trip through the interface's code page loses
-// nothing; only names, which can't hold references, carry code page bytes.
+// The tree goes across element by element, in UTF-8, so that nothing passes through the code
+// page. What the forgiving parser or the builder let into the tree is repaired on the way, so
+// that the document holds only what XML can: names are made XML names, characters that XML
+// can't hold are left out, element text has its references resolved, and a name that the tree
+// holds twice is one attribute whose last value wins.
 
 #include "toolkit/CkXmlDocument.h"
 
-#include <cstring>
 #include <new>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <vellument/CkXml.h>
@@ -20,6 +17,8 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Build.h"
+#include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXml_Tree.h"
 
 using ckxml::TreeNode;
@@ -37,29 +36,8 @@ std::size_t decodeChar(const std::string& s, std::size_t i, char32_t& c)
     return 1;
 }
 
-bool isXmlChar(char32_t c)
-{
-    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD) ||
-           (c >= 0x10000 && c <= 0x10FFFF);
-}
-
-bool isNameStart(char32_t c)
-{
-    return c == ':' || c == '_' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= 0xC0 && c <= 0xD6) ||
-           (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) || (c >= 0x370 && c <= 0x37D) ||
-           (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) || (c >= 0x2070 && c <= 0x218F) ||
-           (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) || (c >= 0xF900 && c <= 0xFDCF) ||
-           (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF);
-}
-
-bool isNameChar(char32_t c)
-{
-    return isNameStart(c) || c == '-' || c == '.' || (c >= '0' && c <= '9') || c == 0xB7 ||
-           (c >= 0x300 && c <= 0x36F) || (c >= 0x203F && c <= 0x2040);
-}
-
-// A well-formed name in the code page: characters that can't stand in a name, or can't cross
-// in the code page, become "_", and a name that can't start as it is gets "_" in front.
+// An XML name: characters that can't stand in a name become "_", and a name that can't start
+// as it is gets "_" in front.
 std::string xmlName(const std::string& utf8)
 {
     std::string out;
@@ -67,58 +45,30 @@ std::string xmlName(const std::string& utf8)
     for (std::size_t i = 0; i < utf8.size();) {
         char32_t c = 0;
         i += decodeChar(utf8, i, c);
-        const int ansi = Ostrel::Format::UnicodeToCp1252(c);
-        if (ansi < 0 || !isNameChar(c)) {
+        if (!oxml::is_name_char(c)) {
             out.push_back('_');
         } else {
-            if (first && !isNameStart(c))
+            if (first && !oxml::is_name_start_char(c))
                 out.push_back('_');
-            out.push_back(static_cast<char>(ansi));
+            Ostrel::Format::AppendUtf8(out, c);
         }
         first = false;
     }
     return out;
 }
 
-void appendReference(std::string& out, char32_t c)
+// The text as valid UTF-8 with the characters that XML can't hold left out.
+std::string xmlText(const std::string& utf8)
 {
-    out += "&#";
-    out += std::to_string(static_cast<unsigned long>(c));
-    out.push_back(';');
-}
-
-// Escaped text: the specials as entities, all of non-ASCII as references, characters that XML
-// can't hold at all left out.
-void appendEscaped(std::string& out, const std::string& utf8, bool attribute)
-{
+    std::string out;
+    out.reserve(utf8.size());
     for (std::size_t i = 0; i < utf8.size();) {
         char32_t c = 0;
         i += decodeChar(utf8, i, c);
-        switch (c) {
-        case '&': out += "&amp;"; continue;
-        case '<': out += "&lt;"; continue;
-        case '>': out += "&gt;"; continue;
-        case '"':
-            out += attribute ? "&quot;" : "\"";
-            continue;
-        // Literal white space in attribute values is normalised to blanks by any parser, and a
-        // CR in text to a LF; references keep them.
-        case '\t':
-            out += attribute ? "&#9;" : "\t";
-            continue;
-        case '\n':
-            out += attribute ? "&#10;" : "\n";
-            continue;
-        case '\r': out += "&#13;"; continue;
-        default: break;
-        }
-        if (!isXmlChar(c))
-            continue;
-        if (c < 0x80)
-            out.push_back(static_cast<char>(c));
-        else
-            appendReference(out, c);
+        if (oxml::is_xml_char(c))
+            Ostrel::Format::AppendUtf8(out, c);
     }
+    return out;
 }
 
 bool isHex(char c)
@@ -172,9 +122,8 @@ std::string resolveReferences(const std::string& text)
                     value = value * (hex ? 16 : 10) +
                             static_cast<unsigned long>(d <= '9' ? d - '0' : (d | 0x20) - 'a' + 10);
                 }
-                if (ok && value <= 0x10FFFF && isXmlChar(static_cast<char32_t>(value))) {
+                if (ok && value <= 0x10FFFF && oxml::is_xml_char(static_cast<char32_t>(value))) {
                     char32_t c = static_cast<char32_t>(value);
-                    // Back to UTF-8, to be escaped with the rest.
                     Ostrel::Format::AppendUtf8(out, c);
                     i = semi + 1;
                     continue;
@@ -186,72 +135,41 @@ std::string resolveReferences(const std::string& text)
     return out;
 }
 
-void openElement(std::string& out, const TreeNode* n, std::string& name)
+void openElement(oxml::TreeBuilder& builder, const TreeNode* n)
 {
-    name = n->tag.empty() ? std::string("nothing") : xmlName(n->tag);
-    out.push_back('<');
-    out += name;
-    if (!n->attributes.empty()) {
-        // Names that the tree holds twice, or that became equal when repaired, are one attribute
-        // in XML: the last value wins, in the place of the first.
-        std::vector<std::pair<std::string, const std::string*>> attributes;
-        std::unordered_map<std::string, std::size_t> seen;
-        for (const auto& a : n->attributes) {
-            std::string attributeName = xmlName(a.first);
-            if (attributeName.empty())
-                continue;
-            auto found = seen.find(attributeName);
-            if (found != seen.end()) {
-                attributes[found->second].second = &a.second;
-            } else {
-                seen.emplace(attributeName, attributes.size());
-                attributes.emplace_back(std::move(attributeName), &a.second);
-            }
-        }
-        for (const auto& a : attributes) {
-            out.push_back(' ');
-            out += a.first;
-            out += "=\"";
-            appendEscaped(out, *a.second, true);
-            out.push_back('"');
-        }
+    builder.open(n->tag.empty() ? std::string("nothing") : xmlName(n->tag));
+    for (const auto& a : n->attributes) {
+        const std::string name = xmlName(a.first);
+        if (!name.empty())
+            builder.attribute(name, xmlText(a.second));
     }
-    out.push_back('>');
     if (!n->content.empty())
-        appendEscaped(out, n->cdata ? n->content : resolveReferences(n->content), false);
+        builder.text(xmlText(n->cdata ? n->content : resolveReferences(n->content)));
 }
 
-void closeElement(std::string& out, const std::string& name)
+// The node and everything below it, without recursion.
+COXMLDocument* buildDocument(const TreeNode& top)
 {
-    out += "</";
-    out += name;
-    out.push_back('>');
-}
-
-// Standard XML for the node and everything below it, without recursion.
-std::string standardXml(const TreeNode& top)
-{
-    std::string out;
+    oxml::TreeBuilder builder;
     struct Frame {
         const TreeNode* node;
         std::size_t next;
-        std::string name;
     };
     std::vector<Frame> open;
-    open.push_back(Frame{&top, 0, std::string()});
-    openElement(out, &top, open.back().name);
+    open.push_back(Frame{&top, 0});
+    openElement(builder, &top);
     while (!open.empty()) {
         Frame& frame = open.back();
         if (frame.next < frame.node->children.size()) {
             const TreeNode* child = frame.node->children[frame.next++];
-            open.push_back(Frame{child, 0, std::string()});
-            openElement(out, child, open.back().name);
+            open.push_back(Frame{child, 0});
+            openElement(builder, child);
         } else {
-            closeElement(out, frame.name);
+            builder.close();
             open.pop_back();
         }
     }
-    return out;
+    return builder.finish();
 }
 
 } // namespace
@@ -262,17 +180,10 @@ COXMLDocument* ckxml_to_document(CkXml* root)
         return nullptr;
     COXMLDocument* document = nullptr;
     try {
-        std::string text;
-        const bool valid = CkXmlAccess::withNode(*root, [&text](const TreeNode& node) { text = standardXml(node); });
-        if (valid) {
-            int code = 0;
-            char message[256] = {0};
-            document = COXMLDocument::loadXML(text.c_str(), &code, message, sizeof message);
-            if (document == nullptr)
-                VLOG(2, "[CkXml] The tree did not load as a document: %d %s\n", code, message);
-        } else {
+        const bool valid =
+            CkXmlAccess::withNode(*root, [&document](const TreeNode& node) { document = buildDocument(node); });
+        if (!valid)
             VLOG(2, "[CkXml] The tree handed over for a document is not valid\n");
-        }
     } catch (const std::bad_alloc&) {
         VLOG(1, "[CkXml] Out of memory making a document of the tree\n");
     }

@@ -1,0 +1,37 @@
+#ifndef VELLUMENT_OSTREL_XML_BUILD_H
+#define VELLUMENT_OSTREL_XML_BUILD_H
+
+#include <memory>
+#include <string>
+
+class COXMLDocument;
+
+namespace oxml {
+
+// Builds a document element by element from UTF-8 text, as the parser would have read it from
+// a file: for a tree made elsewhere that needs no trip through XML text.
+class TreeBuilder {
+public:
+    TreeBuilder();
+    ~TreeBuilder();
+    TreeBuilder(const TreeBuilder&) = delete;
+    TreeBuilder& operator=(const TreeBuilder&) = delete;
+
+    // A new element, the root first, then below the open one. The name must be an XML name.
+    void open(const std::string& name);
+    // Sets an attribute of the open element; a name set again keeps its place, with the new value.
+    void attribute(const std::string& name, const std::string& value);
+    // Appends text to the open element; text of white space alone is dropped, as on loading.
+    void text(const std::string& utf8);
+    void close();
+    // The document, or null when no element was opened; the builder is spent.
+    COXMLDocument* finish();
+
+private:
+    std::unique_ptr<COXMLDocument> document_;
+    void* current_;  // the open element
+};
+
+} // namespace oxml
+
+#endif
