@@ -518,7 +518,6 @@ private:
 
     bool comment()
     {
-        const unsigned char* start = p_;
         p_ += 4;
         for (;;) {
             if (*p_ == '-' && p_[1] == '-') {
@@ -527,8 +526,6 @@ private:
                 p_ += 3;
                 return true;
             }
-            if (p_ == end_)
-                return fail(OXML_E_UNEXPECTED_END, "the text ends inside a comment", start);
             if (!any_char("a comment"))
                 return false;
         }
@@ -549,29 +546,24 @@ private:
         }
         if (!skip_space())
             return fail(OXML_E_SYNTAX, "white space expected after a processing instruction's target", p_);
-        while (!at("?>")) {
-            if (p_ == end_)
-                return fail(OXML_E_UNEXPECTED_END, "the text ends inside a processing instruction", start);
-            if (!any_char("a processing instruction"))
+        return chars_until("?>", "a processing instruction");
+    }
+
+    // Any characters up to the terminator, and past it.
+    bool chars_until(const char* terminator, const char* inside)
+    {
+        while (!at(terminator))
+            if (!any_char(inside))
                 return false;
-        }
-        p_ += 2;
+        p_ += std::strlen(terminator);
         return true;
     }
 
     bool cdata()
     {
-        const unsigned char* start = p_;
         p_ += 9;
         r_.cdata = true;
-        while (!at("]]>")) {
-            if (p_ == end_)
-                return fail(OXML_E_UNEXPECTED_END, "the text ends inside a CDATA section", start);
-            if (!any_char("a CDATA section"))
-                return false;
-        }
-        p_ += 3;
-        return true;
+        return chars_until("]]>", "a CDATA section");
     }
 
     bool quoted_literal(const char* what)
