@@ -256,7 +256,20 @@ private:
         return true;
     }
 
+    // A name of ASCII characters is passed here; anything else goes the long way.
     bool name(const char* what)
+    {
+        if (class_of(*p_) & kNameStart) {
+            const unsigned char* end = skip_ascii_name(p_ + 1, end_);
+            if (*end < 0x80) {
+                p_ = end;
+                return true;
+            }
+        }
+        return wide_name(what);
+    }
+
+    __attribute__((noinline)) bool wide_name(const char* what)
     {
         const unsigned char* start = p_;
         if (class_of(*p_) & kNameStart) {
