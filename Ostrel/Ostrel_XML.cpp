@@ -251,13 +251,15 @@ struct COXMLDocumentData {
     pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
     {
         if (n.internal_object() != indexed_node) {
-            if (!may_index)
-                return n.attribute(utf8_name);
+            // The first byte settles most names of a record without a call.
+            const char first = utf8_name[0];
             std::size_t scanned = 0;
             pugi::xml_attribute a = n.first_attribute();
-            for (; a && scanned < kScanAttributes; a = a.next_attribute(), ++scanned)
-                if (std::strcmp(a.name(), utf8_name) == 0)
+            for (; a && (scanned < kScanAttributes || !may_index); a = a.next_attribute(), ++scanned) {
+                const char* name = a.name();
+                if (name[0] == first && std::strcmp(name, utf8_name) == 0)
                     return a;
+            }
             if (!a)
                 return a;
             indexed_node = n.internal_object();

@@ -797,6 +797,14 @@ bool is_xml_name(const char* utf8)
 {
     if (utf8 == nullptr || *utf8 == '\0')
         return false;
+    // Names of ASCII alone, the usual ones, need no decoding.
+    if (class_of(static_cast<unsigned char>(*utf8)) & kNameStart) {
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8) + 1;
+        while (class_of(*p) & kName)
+            ++p;
+        if (*p == 0)
+            return true;
+    }
     const std::size_t length = std::strlen(utf8);
     for (std::size_t i = 0; i < length;) {
         char32_t c = 0;
