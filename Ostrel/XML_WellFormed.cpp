@@ -786,10 +786,6 @@ private:
     }
 };
 
-void append_utf8(std::string& out, std::uint32_t c)
-{
-    Ostrel::Format::AppendUtf8(out, static_cast<char32_t>(c));
-}
 
 } // namespace
 
@@ -821,78 +817,6 @@ bool check_well_formed(const char* data, std::size_t size, WellFormedResult& res
     result = WellFormedResult();
     Checker checker(data, size, result);
     return checker.document();
-}
-
-bool wide_to_utf8(const std::string& bytes, std::string& out, WellFormedResult& result)
-{
-    out.clear();
-    const unsigned char* b = reinterpret_cast<const unsigned char*>(bytes.data());
-    const std::size_t n = bytes.size();
-    auto starts = [&](std::initializer_list<int> pattern) {
-        if (n < pattern.size())
-            return false;
-        std::size_t i = 0;
-        for (int v : pattern) {
-            if (v >= 0 && b[i] != v)
-                return false;
-            ++i;
-        }
-        return true;
-    };
-    int unit = 0;  // 2 or 4 bytes
-    bool big = false;
-    std::size_t skip = 0;
-    if (starts({0, 0, 0xFE, 0xFF})) {
-        unit = 4, big = true, skip = 4;
-    } else if (starts({0xFF, 0xFE, 0, 0})) {
-        unit = 4, skip = 4;
-    } else if (starts({0xFE, 0xFF})) {
-        unit = 2, big = true, skip = 2;
-    } else if (starts({0xFF, 0xFE})) {
-        unit = 2, skip = 2;
-    } else if (starts({0, 0, 0, '<'})) {
-        unit = 4, big = true;
-    } else if (starts({'<', 0, 0, 0})) {
-        unit = 4;
-    } else if (starts({0, '<', 0, -1})) {
-        unit = 2, big = true;
-    } else if (starts({'<', 0, -1, 0})) {
-        unit = 2;
-    } else {
-        return true;
-    }
-    auto bad = [&](std::size_t at) {
-        result.code = OXML_E_ENCODING;
-        result.message = std::string(unit == 2 ? "bytes that are not UTF-16" : "bytes that are not UTF-32") +
-                         " at offset " + std::to_string(at);
-        out.clear();
-        return false;
-    };
-    if ((n - skip) % static_cast<std::size_t>(unit) != 0)
-        return bad(n - (n - skip) % static_cast<std::size_t>(unit));
-    out.reserve((n - skip) / static_cast<std::size_t>(unit) * 3 / 2);
-    auto read = [&](std::size_t i) -> std::uint32_t {
-        if (unit == 2)
-            return big ? (std::uint32_t(b[i]) << 8 | b[i + 1]) : (std::uint32_t(b[i + 1]) << 8 | b[i]);
-        return big ? (std::uint32_t(b[i]) << 24 | std::uint32_t(b[i + 1]) << 16 | std::uint32_t(b[i + 2]) << 8 | b[i + 3])
-                   : (std::uint32_t(b[i + 3]) << 24 | std::uint32_t(b[i + 2]) << 16 | std::uint32_t(b[i + 1]) << 8 | b[i]);
-    };
-    for (std::size_t i = skip; i < n; i += static_cast<std::size_t>(unit)) {
-        std::uint32_t c = read(i);
-        if (c >= 0xD800 && c <= 0xDBFF && unit == 2) {
-            if (i + 2 >= n)
-                return bad(i);
-            const std::uint32_t low = read(i + 2);
-            if (low < 0xDC00 || low > 0xDFFF)
-                return bad(i);
-            c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-            i += 2;
-        } else if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
-            return bad(i);
-        }
-        append_utf8(out, c);
-    }
-    return true;
 }
 
 } // namespace oxml

@@ -50,11 +50,6 @@ struct WellFormedResult {
 // the five predefined ones is refused even where a DTD declares it. Linear in the size of the text.
 bool check_well_formed(const char* data, std::size_t size, WellFormedResult& result);
 
-// Bytes in UTF-16 or UTF-32 (told by a byte order mark or by the zero bytes of "<?" at the start)
-// to UTF-8 in out. False, with a message, when the bytes are no such text. Bytes that are neither
-// are left alone and the result is true with out empty.
-bool wide_to_utf8(const std::string& bytes, std::string& out, WellFormedResult& result);
-
 } // namespace oxml
 
 #endif

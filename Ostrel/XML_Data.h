@@ -1,0 +1,331 @@
+#ifndef VELLUMENT_OSTREL_XML_DATA_H
+#define VELLUMENT_OSTREL_XML_DATA_H
+
+// The private state of a document of the XML interface, shared by the files that implement it.
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <pugixml.hpp>
+
+#include <vellument/Ostrel_Format.h>
+#include <vellument/Ostrel_XML.h>
+
+#include "Ostrel/XML_WellFormed.h"
+
+namespace oxml {
+
+const char kPendingHolderName[] = "vellument-pending-elements";
+
+// Eight bytes at a time: every text crossing the interface is checked.
+inline bool is_ascii(const char* p, std::size_t n)
+{
+    std::uint64_t high = 0;
+    for (; n >= 8; p += 8, n -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        high |= word;
+    }
+    for (; n > 0; ++p, --n)
+        high |= static_cast<unsigned char>(*p);
+    return (high & 0x8080808080808080ull) == 0;
+}
+
+inline bool is_ascii(const char* text)
+{
+    return is_ascii(text, std::strlen(text));
+}
+
+// Text coming in from a caller is ANSI; the tree holds UTF-8. ASCII needs no conversion.
+class InText {
+public:
+    explicit InText(const char* ansi)
+    {
+        if (ansi == nullptr) {
+            ptr_ = "";
+        } else if (is_ascii(ansi)) {
+            ptr_ = ansi;
+        } else {
+            buffer_ = Ostrel::Format::AnsiToUtf8(ansi, std::strlen(ansi));
+            ptr_ = buffer_.c_str();
+        }
+    }
+    const char* c_str() const { return ptr_; }
+    bool ascii() const { return buffer_.empty(); }
+
+private:
+    const char* ptr_;
+    std::string buffer_;
+};
+
+// An XML name, checked in UTF-8: anything else would save into a file that doesn't load.
+inline bool is_valid_name(const char* name)
+{
+    if (name == nullptr)
+        return false;
+    InText utf8(name);
+    return oxml::is_xml_name(utf8.c_str());
+}
+
+} // namespace oxml
+
+// ---------------------------------------------------------------------------------------------
+// The document's private state: the parser's tree, the node objects handed out, the holder of
+// elements not yet attached, the text ring and the last error.
+
+struct COXMLDocumentData {
+    pugi::xml_document doc;
+    std::string source;  // the parsed bytes; the tree points into them
+    COXMLDocument* self = nullptr;
+    pugi::xml_node holder;
+
+    int error_code = 0;
+    std::string error_text;
+
+    // Set while every text in the tree is known to be ASCII, so none needs checking on the way out.
+    bool all_ascii = false;
+    // Set when some element may lie in a namespace, which name tests of XPath then have to heed.
+    bool namespaces = false;
+
+    // Setting an attribute has to find one of the same name first. A scan of a large element's
+    // attributes would make writing them quadratic, so the large element last used keeps an index.
+    static constexpr std::size_t kScanAttributes = 16;
+    pugi::xml_node_struct* indexed_node = nullptr;
+    std::unordered_map<std::string, pugi::xml_attribute_struct*> attribute_index;
+
+    // The attribute of that name; with may_index, a large element is indexed on the way.
+    pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
+    {
+        if (n.internal_object() != indexed_node) {
+            // The first byte settles most names of a record without a call.
+            const char first = utf8_name[0];
+            std::size_t scanned = 0;
+            pugi::xml_attribute a = n.first_attribute();
+            for (; a && (scanned < kScanAttributes || !may_index); a = a.next_attribute(), ++scanned) {
+                const char* name = a.name();
+                if (name[0] == first && std::strcmp(name, utf8_name) == 0)
+                    return a;
+            }
+            if (!a)
+                return a;
+            indexed_node = n.internal_object();
+            attribute_index.clear();
+            for (a = n.first_attribute(); a; a = a.next_attribute())
+                attribute_index.emplace(a.name(), a.internal_object());
+        }
+        auto found = attribute_index.find(utf8_name);
+        return found == attribute_index.end() ? pugi::xml_attribute() : pugi::xml_attribute(found->second);
+    }
+
+    pugi::xml_attribute append_attribute(pugi::xml_node n, const char* utf8_name)
+    {
+        pugi::xml_attribute a = n.append_attribute(utf8_name);
+        if (a && n.internal_object() == indexed_node)
+            attribute_index.emplace(utf8_name, a.internal_object());
+        return a;
+    }
+
+    // Text given out in ANSI lives here until it has been overwritten 16 calls later.
+    static constexpr unsigned kRingSize = 16;
+    std::string ring[kRingSize];
+    unsigned ring_next = 0;
+
+    // Open-addressing table from the parser's struct pointer to its node object.
+    struct Slot {
+        const void* key;
+        COXMLNode* node;
+    };
+    std::vector<Slot> table;
+    std::size_t table_count = 0;
+
+    // Node objects are made in chunks and live until the document dies.
+    static constexpr std::size_t kChunkNodes = 256;
+    struct Chunk {
+        alignas(COXMLNode) unsigned char bytes[kChunkNodes * sizeof(COXMLNode)];
+    };
+    std::vector<std::unique_ptr<Chunk>> chunks;
+    std::size_t last_chunk_used = kChunkNodes;
+
+    ~COXMLDocumentData()
+    {
+        for (std::size_t c = 0; c < chunks.size(); ++c) {
+            std::size_t count = (c + 1 == chunks.size()) ? last_chunk_used : kChunkNodes;
+            COXMLNode* nodes = reinterpret_cast<COXMLNode*>(chunks[c]->bytes);
+            for (std::size_t i = 0; i < count; ++i)
+                nodes[i].~COXMLNode();
+        }
+    }
+
+    static std::size_t hash(const void* key)
+    {
+        std::uintptr_t v = reinterpret_cast<std::uintptr_t>(key);
+        v ^= v >> 17;
+        v *= static_cast<std::uintptr_t>(0x9E3779B97F4A7C15ull);
+        return static_cast<std::size_t>(v ^ (v >> 29));
+    }
+
+    void grow_table()
+    {
+        std::vector<Slot> old;
+        old.swap(table);
+        table.assign(old.empty() ? 256 : old.size() * 2, Slot{nullptr, nullptr});
+        std::size_t mask = table.size() - 1;
+        for (const Slot& s : old) {
+            if (s.key == nullptr)
+                continue;
+            std::size_t i = hash(s.key) & mask;
+            while (table[i].key != nullptr)
+                i = (i + 1) & mask;
+            table[i] = s;
+        }
+    }
+
+    COXMLNode* make_node(void* handle, bool is_attribute)
+    {
+        if (last_chunk_used == kChunkNodes) {
+            chunks.emplace_back(new Chunk);
+            last_chunk_used = 0;
+        }
+        void* place = chunks.back()->bytes + last_chunk_used * sizeof(COXMLNode);
+        COXMLNode* node = new (place) COXMLNode(this, handle, is_attribute);
+        ++last_chunk_used;
+        return node;
+    }
+
+    // The one node object of a parser struct, made on first use.
+    COXMLNode* lookup(void* handle, bool is_attribute)
+    {
+        if ((table_count + 1) * 2 > table.size())
+            grow_table();
+        std::size_t mask = table.size() - 1;
+        std::size_t i = hash(handle) & mask;
+        while (table[i].key != nullptr) {
+            if (table[i].key == handle)
+                return table[i].node;
+            i = (i + 1) & mask;
+        }
+        COXMLNode* node = make_node(handle, is_attribute);
+        table[i] = Slot{handle, node};
+        ++table_count;
+        return node;
+    }
+
+    COXMLNode* wrap(pugi::xml_node n)
+    {
+        if (!n)
+            return nullptr;
+        if (n == doc)
+            return self;
+        return lookup(n.internal_object(), false);
+    }
+
+    COXMLNode* wrap(pugi::xml_attribute a)
+    {
+        if (!a)
+            return nullptr;
+        return lookup(a.internal_object(), true);
+    }
+
+    COXMLNode* wrap(const pugi::xpath_node& x)
+    {
+        return x.attribute() ? wrap(x.attribute()) : wrap(x.node());
+    }
+
+    static pugi::xml_node node_of(const COXMLNode* n)
+    {
+        return n->is_attribute_ ? pugi::xml_node() : pugi::xml_node(static_cast<pugi::xml_node_struct*>(n->handle_));
+    }
+
+    static pugi::xml_attribute attribute_of(const COXMLNode* n)
+    {
+        return n->is_attribute_ ? pugi::xml_attribute(static_cast<pugi::xml_attribute_struct*>(n->handle_))
+                                : pugi::xml_attribute();
+    }
+
+    // UTF-8 text of the tree to ANSI for the caller; ASCII goes out as it stands.
+    const char* out(const char* utf8)
+    {
+        if (utf8 == nullptr)
+            return "";
+        if (all_ascii || oxml::is_ascii(utf8))
+            return utf8;
+        std::string& slot = ring[ring_next];
+        ring_next = (ring_next + 1) % kRingSize;
+        slot = Ostrel::Format::Utf8ToAnsi(utf8, std::strlen(utf8));
+        return slot.c_str();
+    }
+
+    bool has_pending() const { return holder && holder.first_child(); }
+
+    // The first element child of the document that is not the holder.
+    pugi::xml_node root() const
+    {
+        for (pugi::xml_node c = doc.first_child(); c; c = c.next_sibling())
+            if (c.type() == pugi::node_element && c != holder)
+                return c;
+        return pugi::xml_node();
+    }
+
+    // The top of the unattached subtree that holds n, or null when n is in the document proper.
+    pugi::xml_node pending_top(pugi::xml_node n) const
+    {
+        if (!has_pending())
+            return pugi::xml_node();
+        for (; n; n = n.parent()) {
+            pugi::xml_node p = n.parent();
+            if (p == holder)
+                return n;
+            if (!p || p == doc)
+                break;
+        }
+        return pugi::xml_node();
+    }
+
+    // An XPath result is seen from a context when both lie in the same tree: the document, or
+    // the same unattached subtree. The holder itself is never seen.
+    bool visible(const pugi::xpath_node& x, pugi::xml_node context_top) const
+    {
+        pugi::xml_node n = x.attribute() ? x.parent() : x.node();
+        if (holder && n == holder)
+            return false;
+        return pending_top(n) == context_top;
+    }
+
+    // An element in a namespace: a name test of XPath without a prefix doesn't match it.
+    static bool in_namespace(pugi::xml_node n)
+    {
+        if (std::strchr(n.name(), ':') != nullptr)
+            return true;
+        for (; n && n.type() == pugi::node_element; n = n.parent())
+            if (pugi::xml_attribute a = n.attribute("xmlns"))
+                return *a.value() != '\0';
+        return false;
+    }
+
+    // Whether an element found by a name test of XPath without a prefix really matches it.
+    bool matches_plain_name(pugi::xml_node n) const { return !namespaces || !in_namespace(n); }
+
+    pugi::xml_node pending_holder()
+    {
+        if (!holder)
+            holder = doc.append_child(oxml::kPendingHolderName);
+        return holder;
+    }
+
+    void set_error(int code, const std::string& text)
+    {
+        error_code = code;
+        error_text = text;
+    }
+
+    static const COXMLDocumentData* of(const COXMLDocument* document)
+    {
+        return static_cast<const COXMLNode*>(document)->owner_;
+    }
+};
+
+#endif
