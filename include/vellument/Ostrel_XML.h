@@ -10,6 +10,9 @@
 
 class CkXml;
 class COXMLDocument;
+class COXMLNodeList;
+class COXMLNamedNodeMap;
+struct COXMLDocumentData;
 
 // Codes that load and loadXML give for text that is not well-formed XML 1.0; the error text
 // says what and where ("... at line 3, column 14"). Other failures give a system error code.
@@ -28,9 +31,6 @@ enum COXMLParseError {
     OXML_E_NO_ROOT = 1009,
     OXML_E_ENCODING = 1010             // UTF-16 or UTF-32 bytes that are not such text
 };
-class COXMLNodeList;
-class COXMLNamedNodeMap;
-struct COXMLDocumentData;
 
 // One element of a tree, or one XML attribute when it comes out of a COXMLNamedNodeMap.
 // Nodes are lent: they all die with their document.
