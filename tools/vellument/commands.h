@@ -25,6 +25,7 @@ struct Command {
 
 Command add_show_command(CLI::App& app, const Context& context);
 Command add_check_command(CLI::App& app, const Context& context);
+Command add_sync_command(CLI::App& app, const Context& context);
 Command add_mirror_command(CLI::App& app, const Context& context);
 Command add_export_command(CLI::App& app, const Context& context);
 Command add_demo_command(CLI::App& app, const Context& context);
