@@ -135,7 +135,9 @@ json closed_since(const CVellument& vellument, int from)
     return closed;
 }
 
-json sync(const std::string& path, const std::string& shown)
+} // namespace
+
+json sync_vellument(const std::string& path, const std::string& shown)
 {
     json report;
     std::string ein, year, vendor;
@@ -199,32 +201,30 @@ json sync(const std::string& path, const std::string& shown)
     return report;
 }
 
-void print(const json& report)
+void print_sync(std::ostream& out, const json& report)
 {
-    std::cout << "File         " << report["file"].get<std::string>() << "\n";
+    out << "File         " << report["file"].get<std::string>() << "\n";
     if (report["downloaded"].get<bool>()) {
-        std::cout << "Download     the server held another version: it replaced the file";
+        out << "Download     the server held another version: it replaced the file";
         if (report["backup"].is_null())
-            std::cout << " (no .Backup could be made: a backup of that second already exists)\n";
+            out << " (no .Backup could be made: a backup of that second already exists)\n";
         else
-            std::cout << "; the previous file is kept as " << report["backup"].get<std::string>() << "\n";
+            out << "; the previous file is kept as " << report["backup"].get<std::string>() << "\n";
     } else {
-        std::cout << "Download     none: the file stays as it was\n";
+        out << "Download     none: the file stays as it was\n";
     }
     if (report["transactions"].empty())
-        std::cout << "Trail        nothing new: the trail agrees with the server\n";
+        out << "Trail        nothing new: the trail agrees with the server\n";
     for (const json& entry : report["transactions"]) {
-        std::cout << "Trail        transaction " << entry["index"].get<int>() << " closed as "
+        out << "Trail        transaction " << entry["index"].get<int>() << " closed as "
                   << entry["action"].get<std::string>() << ": " << entry["reason"].get<std::string>() << "\n";
     }
     for (const json& entry : report["copies"])
-        std::cout << "Copy         " << entry["copy"].get<std::string>() << ": " << entry["change"].get<std::string>()
+        out << "Copy         " << entry["copy"].get<std::string>() << ": " << entry["change"].get<std::string>()
                   << "\n";
-    std::cout << "Upload       " << report["upload_status"].get<std::string>() << ": "
+    out << "Upload       " << report["upload_status"].get<std::string>() << ": "
               << report["upload"].get<std::string>() << "\n";
 }
-
-} // namespace
 
 Command add_sync_command(CLI::App& app, const Context& context)
 {
@@ -252,11 +252,11 @@ Command add_sync_command(CLI::App& app, const Context& context)
 
     return Command{sub, [options, &context]() {
                        LibraryOutput output(context.verbose);
-                       const json report = sync(library_path(options->file), options->file);
+                       const json report = sync_vellument(library_path(options->file), options->file);
                        if (options->format == "json")
                            std::cout << report.dump(2) << "\n";
                        else
-                           print(report);
+                           print_sync(std::cout, report);
                    }};
 }
 
