@@ -4,6 +4,7 @@
 #include <vellument/eFileSOAPS.h>
 
 #include <vellument/CStatus.h>
+#include <vellument/CkString.h>
 #include <vellument/Ostrel_XML.h>
 
 #include "Vellument/eFileSOAPS_reply.h"
@@ -61,16 +62,18 @@ void eFileSOAPS::StoreVellument(const char* ein, const char* formName, const cha
                                 const char* path, int& error)
 {
     const char operation[] = "StoreVellument";
-    std::string file_text;
+    CkString file_text;
     if (!SoapWire::upload_text(path, file_text)) {
         error = SoapReply::FILE_NOT_LOADED;
         return;
     }
+    const std::string request = SoapWire::envelope(operation, ein, formName, year, hash, file_text.getString(),
+                                                   static_cast<std::size_t>(file_text.getSizeAnsi()));
+    file_text.clear();
     std::string body;
     std::string transport_error;
     // Without a reply error stays as the caller preset it.
-    if (!SoapWire::exchange(operation, SoapWire::envelope(operation, ein, formName, year, hash, &file_text), body,
-                            transport_error))
+    if (!SoapWire::exchange(operation, request, body, transport_error))
         return;
     SoapReply::read_store_reply(body.c_str(), error);
 }

@@ -32,12 +32,12 @@ std::string text_of(const char* text)
     return text != nullptr ? std::string(text) : std::string();
 }
 
-void add_parameter(std::string& out, const char* name, const std::string& value)
+void add_parameter(std::string& out, const char* name, const char* value, std::size_t size)
 {
     out += "<m:";
     out += name;
     out += " xsi:type=\"xsd:string\">";
-    out += value;
+    out.append(value, size);
     out += "</m:";
     out += name;
     out += '>';
@@ -49,6 +49,11 @@ std::string settings_path()
     if (path.empty() || path.back() != '\\')
         path += '\\';
     return path + "Settings.ini";
+}
+
+void add_parameter(std::string& out, const char* name, const std::string& value)
+{
+    add_parameter(out, name, value.data(), value.size());
 }
 
 } // namespace
@@ -92,10 +97,10 @@ std::string normalise_ein(const char* ein)
 }
 
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
-                     const char* hash, const std::string* file_text)
+                     const char* hash, const char* file_text, std::size_t file_size)
 {
     std::string out;
-    out.reserve(sizeof kPrologue + 512 + (file_text != nullptr ? file_text->size() : 0));
+    out.reserve(sizeof kPrologue + 512 + file_size);
     out += kPrologue;
     out += "<SOAP-ENV:Body><m:";
     out += operation;
@@ -108,7 +113,7 @@ std::string envelope(const char* operation, const char* ein, const char* form_na
     add_parameter(out, "year", text_of(year));
     if (file_text != nullptr) {
         add_parameter(out, "hash", text_of(hash));
-        add_parameter(out, "fileText", *file_text);
+        add_parameter(out, "fileText", file_text, file_size);
     }
     out += "</m:";
     out += operation;
@@ -134,7 +139,7 @@ bool exchange(const char* operation, const std::string& request, std::string& bo
     return true;
 }
 
-bool upload_text(const char* path, std::string& text)
+bool upload_text(const char* path, CkString& text)
 {
     CkXml xml;
     xml.put_EmitDeclaration(false);
@@ -145,11 +150,10 @@ bool upload_text(const char* path, std::string& text)
     }
     // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is still
     // that of the file.
-    CkString encoded;
-    encoded.append(xml.GetXml());
+    text.clear();
+    text.append(xml.GetXml());
     VLOG(3, "[EfileSoaps] Loaded vellument %s\n", text_of(path).c_str());
-    encoded.entityEncode();
-    text.assign(encoded.getString(), static_cast<std::size_t>(encoded.getSizeAnsi()));
+    text.entityEncode();
     return true;
 }
 

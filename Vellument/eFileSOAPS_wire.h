@@ -3,7 +3,10 @@
 
 // What goes out to the filing service: the envelopes, the choice of server and the exchange.
 
+#include <cstddef>
 #include <string>
+
+class CkString;
 
 // The URL every request goes to, decided anew from Settings.ini each time.
 std::string get_service_url();
@@ -18,9 +21,10 @@ namespace SoapWire {
 std::string normalise_ein(const char* ein);
 
 // The request text of an operation. Only file_text is escaped; every other value goes out raw.
-// hash and file_text are the two extra parameters of StoreVellument (null for the others).
+// hash and file_text (file_size bytes) are the two extra parameters of StoreVellument, null for
+// the others.
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
-                     const char* hash = nullptr, const std::string* file_text = nullptr);
+                     const char* hash = nullptr, const char* file_text = nullptr, std::size_t file_size = 0);
 
 // Posts the request to the service. True with the reply body when an HTTP reply came, whatever
 // its status; false (logged) with the transport's error text when none did.
@@ -28,7 +32,7 @@ bool exchange(const char* operation, const std::string& request, std::string& bo
 
 // The vellument file at path as it is uploaded: re-emitted from its parsed tree, without a
 // declaration, entity-encoded. False (logged) when the file can't be loaded.
-bool upload_text(const char* path, std::string& text);
+bool upload_text(const char* path, CkString& text);
 
 } // namespace SoapWire
 

@@ -71,6 +71,12 @@ void CkString::append(const char* text)
     }
     if (length == 0)
         return;
+    // The code page maps every byte and back, so a first text can be kept as it comes; the
+    // UTF-8 form is made when something asks for it.
+    if (m_impl->text.isEmpty()) {
+        m_impl->text.setAnsi(std::string(text, length));
+        return;
+    }
     std::string utf8 = Ostrel::Format::AnsiToUtf8(text, length);
     m_impl->text.appendUtf8(utf8.data(), utf8.size());
 }
