@@ -1,0 +1,274 @@
+// CkHttp against a scripted server over plain TCP: the request bytes, every framing of a reply,
+// redirects, limits and the error trail.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+#include <zlib.h>
+
+#include "http_call.h"
+#include "http_script_server.h"
+
+using httptest::call;
+using httptest::CallResult;
+using httptest::ScriptServer;
+
+namespace {
+
+const char* const kEnvelope = "<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope>x</soap:Envelope>";
+
+std::string gzipOf(const std::string& text)
+{
+    z_stream z{};
+    deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, 16 + MAX_WBITS, 9, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&z, text.size()), '\0');
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    z.avail_in = static_cast<uInt>(text.size());
+    z.next_out = reinterpret_cast<Bytef*>(&out[0]);
+    z.avail_out = static_cast<uInt>(out.size());
+    deflate(&z, Z_FINISH);
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+std::string ok(const std::string& body)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+} // namespace
+
+TEST(HttpRequest, SoapCallGoesOutByteForByte)
+{
+    ScriptServer server({ok("<r/>")});
+    CallResult r = call(server.url("/supportservices.asmx"), kEnvelope, httptest::soapHeaders);
+    ASSERT_TRUE(r.returned) << r.trail;
+    EXPECT_TRUE(r.succeeded);
+    EXPECT_EQ(r.status, 200);
+    EXPECT_EQ(r.body, "<r/>");
+    ASSERT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(server.requests()[0].bytes,
+              httptest::soapHead("/supportservices.asmx", server.port(), std::strlen(kEnvelope)) + kEnvelope);
+    EXPECT_NE(r.trail.find("Success."), std::string::npos);
+}
+
+TEST(HttpRequest, UrlFormsAndHeaderRules)
+{
+    struct Case {
+        const char* name;
+        std::string url;  // "PORT" stands for the server's port
+        std::function<void(CkHttp&)> setup;
+        const char* xml;
+        std::string head;  // expected request, "PORT" likewise
+    };
+    const std::string plainTail = "Accept: */*\r\nAccept-Encoding: gzip\r\nContent-Type: text/xml\r\nContent-Length: ";
+    std::vector<Case> cases = {
+        {"backslashes, blank, query, user info", "http:\\\\user:pw@127.0.0.1:PORT/a b?x=1", nullptr, "<a/>",
+         "POST /a%20b?x=1 HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\n" + plainTail + "4\r\n\r\n<a/>"},
+        {"empty path, ANSI body to UTF-8", "http://127.0.0.1:PORT", nullptr, "<a>\xE9</a>",
+         "POST / HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\n" + plainTail + "9\r\n\r\n<a>\xC3\xA9</a>"},
+        {"general order of the fields", "http://127.0.0.1:PORT/p",
+         [](CkHttp& h) {
+             h.SetRequestHeader("X-One", "1");
+             h.SetRequestHeader("Authorization", "Basic abc");
+             h.SetRequestHeader("Connection", "keep-alive");
+             h.SetRequestHeader("User-Agent", "ua");
+             h.SetRequestHeader("accept", "text/*");  // replaces in place, keeps the list's spelling
+             h.SetRequestHeader("X-Two", "2");
+             h.SetRequestHeader("X-One", "");         // removes
+         },
+         "",
+         "POST /p HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\nUser-Agent: ua\r\nAccept: text/*\r\nAccept-Encoding: gzip\r\n"
+         "Content-Type: text/xml\r\nContent-Length: 0\r\nConnection: keep-alive\r\nX-Two: 2\r\n"
+         "Authorization: Basic abc\r\n\r\n"},
+        {"no gzip asked for", "http://127.0.0.1:PORT/",
+         [](CkHttp& h) {
+             h.put_AllowGzip(false);
+             h.SetRequestHeader("Accept", "");
+         },
+         "x", "POST / HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\nContent-Type: text/xml\r\nContent-Length: 1\r\n\r\nx"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptServer server({ok("")});
+        auto port = [&](std::string s) {
+            for (std::size_t p; (p = s.find("PORT")) != std::string::npos;)
+                s.replace(p, 4, std::to_string(server.port()));
+            return s;
+        };
+        CallResult r = call(port(c.url), c.xml, c.setup);
+        ASSERT_TRUE(r.succeeded) << r.trail;
+        ASSERT_EQ(server.requests().size(), 1u);
+        EXPECT_EQ(server.requests()[0].bytes, port(c.head));
+    }
+}
+
+TEST(HttpRequest, BadUrlsFailBeforeAnyConnection)
+{
+    for (const char* url : {"ftp://127.0.0.1/", "http://", "http://:80/", "https://127.0.0.1:99999/"}) {
+        CallResult r = call(url, "x");
+        EXPECT_FALSE(r.returned) << url;
+        EXPECT_FALSE(r.succeeded);
+        EXPECT_TRUE(r.trail.find("Unable to parse URL") != std::string::npos ||
+                    r.trail.find("No domain in URL") != std::string::npos)
+            << r.trail;
+        EXPECT_NE(r.trail.find("Failed."), std::string::npos);
+    }
+}
+
+TEST(HttpReply, EveryFraming)
+{
+    struct Case {
+        const char* name;
+        std::string reply;
+        int status;
+        std::string body;
+        int readTimeoutMs;
+    };
+    const std::vector<Case> cases = {
+        {"content length, no more", "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabcdef", 200, "abc", 5000},
+        {"chunked with extension and trailer",
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4;x=y\r\n<a>b\r\nA\r\n0123456789\r\n0\r\nT: 1\r\n\r\n", 200,
+         "<a>b0123456789", 5000},
+        {"204 has no body", "HTTP/1.1 204 No Content\r\n\r\nignored", 204, "", 5000},
+        {"until close", "HTTP/1.1 200 OK\r\n\r\nto the end<<close>>", 200, "to the end", 5000},
+        {"until silence", "HTTP/1.1 200 OK\r\n\r\nthen quiet", 200, "then quiet", 300},
+        {"100 is skipped", "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok", 200, "ok", 5000},
+        {"LF LF ends a head", "HTTP/1.1 200 OK\nContent-Length: 2\n\nok", 200, "ok", 5000},
+        {"3xx without close has no body", "HTTP/1.1 304 Not Modified\r\n\r\nstray", 304, "", 5000},
+        {"3xx with close reads to the end", "HTTP/1.1 300 Choices\r\nConnection: close\r\n\r\nlist<<close>>", 300, "list",
+         5000},
+        {"500 with a SOAP fault",
+         "HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/xml; charset=utf-8\r\nContent-Length: 53\r\n\r\n"
+         "<soap:Fault><faultstring>x</faultstring></soap:Fault>",
+         500, "<soap:Fault><faultstring>x</faultstring></soap:Fault>", 5000},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptServer server({c.reply});
+        CallResult r = call(server.url("/"), "x", [&](CkHttp& h) {
+            h.put_ReadTimeoutMs(c.readTimeoutMs);
+            h.put_FollowRedirects(false);
+        });
+        ASSERT_TRUE(r.returned) << r.trail;
+        EXPECT_TRUE(r.succeeded);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_EQ(r.bytes, c.body);
+    }
+}
+
+TEST(HttpReply, TransportFailuresAndTheirTexts)
+{
+    struct Case {
+        const char* name;
+        std::string reply;
+        bool returned;  // a status came, so the response still comes back
+        std::vector<const char*> texts;
+        std::function<void(CkHttp&)> setup = nullptr;
+    };
+    const std::string huge(300 * 1024, 'h');
+    const std::vector<Case> cases = {
+        {"not HTTP", "SMTP ready\r\n\r\n", false, {"Expected HTTP response start line to begin with \"HTTP\""}},
+        {"no status", "HTTP/1.1 OK\r\n\r\n", false, {"No valid integer status code found in HTTP response."}},
+        {"silent server", "<<silent:2000>>", false,
+         {"Failed to read response header.", "The server did not respond in 200 milliseconds."},
+         [](CkHttp& h) { h.put_ReadTimeoutMs(200); }},
+        {"closed without reply", "<<close>>", false, {"Failed to read response header."}},
+        {"head that never ends", "HTTP/1.1 200 OK\r\nX: " + huge, false, {"HTTP response header is too large."}},
+        {"proxy authentication", "HTTP/1.1 407 Proxy\r\nContent-Length: 0\r\n\r\n", false,
+         {"Proxy authentication failed or not satisfied."}},
+        {"declared 10^18 bytes", "HTTP/1.1 200 OK\r\nContent-Length: 1000000000000000000\r\n\r\nab<<close>>", false,
+         {"larger than the toolkit's limit"}},
+        {"chunk of 2^64-1 bytes", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFF\r\nab<<close>>",
+         false, {"larger than the toolkit's limit"}},
+        {"over MaxResponseSize", ok("0123456789"), false, {"larger than MaxResponseSize (4 bytes)"},
+         [](CkHttp& h) { h.put_MaxResponseSize(4); }},
+        {"body cut short", "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc<<close>>", true,
+         {"Failed to read response body."}},
+        {"chunk data cut short", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n10\r\nabc<<close>>", true,
+         {"Failed to read chunk data."}},
+        {"no size line", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n<<close>>", true,
+         {"Failed to get next chunk size."}},
+        {"size line without digits", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n", true,
+         {"chunk response error 3"}},
+        {"no CRLF after chunk", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nabXY\r\n", true,
+         {"Failed to read trailing CRLF after chunk."}},
+        {"gzip that doesn't unpack", "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 12\r\n\r\n\x1f\x8b" "0123456789",
+         false, {"Failed to ungzip response data.", "Failed to ungzip response body."}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptServer server({c.reply});
+        CallResult r = call(server.url("/"), "x", c.setup);
+        EXPECT_EQ(r.returned, c.returned);
+        EXPECT_EQ(r.succeeded, c.returned);
+        for (const char* text : c.texts)
+            EXPECT_NE(r.trail.find(text), std::string::npos) << text << "\n" << r.trail;
+        EXPECT_NE(r.trail.find(c.returned ? "Success." : "Failed."), std::string::npos);
+    }
+}
+
+TEST(HttpReply, ConnectionRefusedFails)
+{
+    int port;
+    {
+        ScriptServer gone({});
+        port = gone.port();
+    }
+    CallResult r = call("http://127.0.0.1:" + std::to_string(port) + "/", "x");
+    EXPECT_FALSE(r.returned);
+    EXPECT_FALSE(r.succeeded);
+    EXPECT_NE(r.trail.find("Connection refused"), std::string::npos) << r.trail;
+}
+
+TEST(HttpReply, GzipUnderItsExactCondition)
+{
+    const std::string text = "<?xml version=\"1.0\"?><r>packed text</r>";
+    const std::string packed = gzipOf(text);
+    auto reply = [&](const std::string& field) {
+        return "HTTP/1.1 200 OK\r\n" + field + "Content-Length: " + std::to_string(packed.size()) + "\r\n\r\n" + packed;
+    };
+    {
+        ScriptServer server({reply("Content-Type: text/xml\r\nContent-Encoding: gzip\r\n")});
+        EXPECT_EQ(call(server.url(), "x").body, text);
+    }
+    {
+        ScriptServer server({reply("Content-Type: application/x-gzip\r\n")});
+        EXPECT_EQ(call(server.url(), "x").bytes, text);
+    }
+    {
+        // No gzip named anywhere: the bytes stay packed and read as text of the default charset.
+        ScriptServer server({reply("Content-Type: text/xml\r\n")});
+        CallResult r = call(server.url(), "x");
+        EXPECT_EQ(r.bytes, packed);
+        EXPECT_EQ(r.body.substr(0, 2), packed.substr(0, 2));
+    }
+    {
+        ScriptServer server({reply("Content-Encoding: gzip\r\n")});
+        EXPECT_EQ(call(server.url(), "x", [](CkHttp& h) { h.put_AllowGzip(false); }).bytes, packed);
+    }
+}
+
+TEST(HttpReply, GzipBombStopsAtTheLimit)
+{
+    const std::string packed = gzipOf(std::string(8 << 20, 'a'));
+    ScriptServer server({"HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: " + std::to_string(packed.size()) +
+                         "\r\n\r\n" + packed});
+    CallResult r = call(server.url(), "x", [](CkHttp& h) { h.put_MaxResponseSize(1 << 20); });
+    EXPECT_FALSE(r.returned);
+    EXPECT_NE(r.trail.find("larger than MaxResponseSize (1048576 bytes)"), std::string::npos) << r.trail;
+}
+
+TEST(HttpReply, KeptConnectionServesTheNextCall)
+{
+    ScriptServer server({ok("one"), ok("two")});
+    CkHttp http;
+    std::unique_ptr<CkHttpResponse> first(http.PostXml(server.url().c_str(), "a", "utf-8"));
+    std::unique_ptr<CkHttpResponse> second(http.PostXml(server.url().c_str(), "b", "utf-8"));
+    ASSERT_TRUE(first && second) << http.lastErrorText();
+    EXPECT_STREQ(second->BodyStr(), "two");
+    EXPECT_EQ(server.connections(), 1);
+    EXPECT_EQ(server.requests().size(), 2u);
+}
