@@ -79,8 +79,10 @@ void tell_service_copies(const FilingService& service, const DemoFiling& filing,
 
 void walk_server_road(const FilingService& service, const DemoFiling& filing, Steps& steps)
 {
-    service.admin("set-copy", with_filing(filing, {"--type", "FED", "--code", "FE", "--replaceable", "true"}));
-    steps.say("The service marks the federal copy replaceable. Synced, as the application does at start-up:");
+    // The e-file step left every copy replaceable; the service changes its mind about one.
+    service.admin("set-copy", with_filing(filing, {"--type", "FED", "--code", "FE", "--replaceable", "false"}));
+    steps.say("The service marks the federal copy as no longer replaceable. Synced, as the application does at "
+              "start-up:");
     expect_closed(sync_and_tell(filing, steps), "Status Change");
 
     service.admin("set-copy", with_filing(filing, {"--type", "STATE", "--code", "WI", "--deleted", "true"}));
@@ -92,7 +94,7 @@ void walk_server_road(const FilingService& service, const DemoFiling& filing, St
     expect_closed(sync_and_tell(filing, steps), "Bug Fix");
 
     service.admin("set-copy",
-                  with_filing(filing, {"--type", "FED", "--code", "FE", "--vlid", "4711", "--replaceable", "true"}));
+                  with_filing(filing, {"--type", "FED", "--code", "FE", "--vlid", "4711", "--replaceable", "false"}));
     steps.say("The service knows the federal copy again. Synced:");
     sync_and_tell(filing, steps);
     {
