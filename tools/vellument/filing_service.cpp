@@ -42,11 +42,12 @@ bool is_program(const std::string& path)
     return !path.empty() && ::access(path.c_str(), X_OK) == 0 && std::filesystem::is_regular_file(path);
 }
 
-// Reads what the descriptor gives until it closes or the deadline passes; false on time-out.
-bool read_until_closed(int fd, std::string& out, std::chrono::steady_clock::time_point deadline)
+// Reads what the descriptor gives until it closes (or, with `one_line`, until a line is complete)
+// or the deadline passes; false on time-out.
+bool read_output(int fd, std::string& out, std::chrono::steady_clock::time_point deadline, bool one_line)
 {
     char buffer[4096];
-    for (;;) {
+    while (!(one_line && out.find('\n') != std::string::npos)) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
                                                                                 std::chrono::steady_clock::now());
         if (left.count() <= 0)
@@ -64,6 +65,7 @@ bool read_until_closed(int fd, std::string& out, std::chrono::steady_clock::time
             return true;
         out.append(buffer, static_cast<std::size_t>(n));
     }
+    return true;
 }
 
 // Waits for the child to end until the deadline; its exit code, or -1 when it is still running.
@@ -82,28 +84,38 @@ int wait_for(pid_t pid, std::chrono::steady_clock::time_point deadline)
     }
 }
 
-// Starts program with args; the child's stdout goes to out_fd's pipe, its stderr to err_path.
-pid_t spawn(const std::string& program, const std::vector<std::string>& args, int out_write, int out_read,
-            const std::string& err_path)
+// Starts program with args, its stderr appended to err_path; read_fd receives the reading end of
+// its stdout, which the caller closes.
+pid_t spawn(const std::string& program, const std::vector<std::string>& args, const std::string& err_path,
+            int& read_fd)
 {
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& arg : args)
         argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
+    int out[2];
+    if (::pipe2(out, O_CLOEXEC) != 0)
+        throw Error("cannot run the filing service: " + std::string(std::strerror(errno)));
     const pid_t pid = ::fork();
     if (pid == 0) {
         const int in = ::open("/dev/null", O_RDONLY);
         const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         if (in >= 0)
             ::dup2(in, 0);
-        ::dup2(out_write, 1);
+        ::dup2(out[1], 1);
         if (err >= 0)
             ::dup2(err, 2);
-        ::close(out_read);
         ::execv(program.c_str(), argv.data());
         ::_exit(127);
     }
+    const int fork_error = errno;
+    ::close(out[1]);
+    if (pid < 0) {
+        ::close(out[0]);
+        throw Error("cannot run the filing service: " + std::string(std::strerror(fork_error)));
+    }
+    read_fd = out[0];
     return pid;
 }
 
@@ -136,32 +148,12 @@ std::string FilingService::find_program()
 FilingService::FilingService(const std::string& program, const std::string& data_dir, const std::string& log_file)
     : program_(program), data_dir_(data_dir)
 {
-    int out[2];
-    if (::pipe2(out, O_CLOEXEC) != 0)
-        throw Error(std::string("cannot start the filing service: ") + std::strerror(errno));
-    pid_ = spawn(program_, {"serve", "--data", data_dir_, "--listen", "127.0.0.1:0"}, out[1], out[0], log_file);
-    ::close(out[1]);
-    if (pid_ < 0) {
-        ::close(out[0]);
-        throw Error(std::string("cannot start the filing service: ") + std::strerror(errno));
-    }
-
+    int out = -1;
+    pid_ = spawn(program_, {"serve", "--data", data_dir_, "--listen", "127.0.0.1:0"}, log_file, out);
     // The service prints its URL on a line of its own once it listens.
     std::string said;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kStartSeconds);
-    char buffer[512];
-    while (said.find('\n') == std::string::npos) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        pollfd p{out[0], POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) <= 0)
-            break;
-        const ssize_t n = ::read(out[0], buffer, sizeof buffer);
-        if (n <= 0)
-            break;
-        said.append(buffer, static_cast<std::size_t>(n));
-    }
-    ::close(out[0]);
+    read_output(out, said, std::chrono::steady_clock::now() + std::chrono::seconds(kStartSeconds), true);
+    ::close(out);
     url_ = first_line(said);
     if (url_.rfind("https://", 0) != 0) {
         stop();
@@ -193,19 +185,12 @@ std::string FilingService::admin(const std::string& command, const std::vector<s
     const std::string err_path = data_dir_ + "/admin.err";
     std::error_code ec;
     std::filesystem::remove(err_path, ec);
-    int out[2];
-    if (::pipe2(out, O_CLOEXEC) != 0)
-        throw Error(std::string("cannot run the filing service: ") + std::strerror(errno));
-    const pid_t pid = spawn(program_, all, out[1], out[0], err_path);
-    ::close(out[1]);
-    if (pid < 0) {
-        ::close(out[0]);
-        throw Error(std::string("cannot run the filing service: ") + std::strerror(errno));
-    }
+    int out = -1;
+    const pid_t pid = spawn(program_, all, err_path, out);
     std::string said;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kAdminSeconds);
-    const bool closed = read_until_closed(out[0], said, deadline);
-    ::close(out[0]);
+    const bool closed = read_output(out, said, deadline, false);
+    ::close(out);
     int code = closed ? wait_for(pid, deadline) : -1;
     if (code < 0) {
         ::kill(pid, SIGKILL);
