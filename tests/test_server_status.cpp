@@ -234,23 +234,11 @@ TEST(ServerStatus, NothingChangesWithoutAnEfiledCopyOrWithoutAnAnswer)
     EXPECT_EQ(s.v->get_transaction_count(), 3);
 }
 
-TEST(ServerStatus, CopyComparisonsAndTheT5018Rule)
+TEST(ServerStatus, T5018IsKeptFromDownloadIn2020And2021Only)
 {
-    CCopy efiled, other;
-    efiled.set_efiled_flag(true);
-    EXPECT_TRUE(is_server_efiling_copy_missing(nullptr, &efiled));
-    EXPECT_FALSE(is_server_efiling_copy_missing(&other, &efiled));
-    efiled.set_type(Vellument::FILING_TYPE_REVIEW);
-    EXPECT_FALSE(is_server_efiling_copy_missing(nullptr, &efiled));
-    EXPECT_FALSE(has_server_status_changed(nullptr, &efiled));
-    EXPECT_FALSE(has_server_status_changed(&other, &efiled));
-    other.set_deleted_flag(true);
-    EXPECT_TRUE(has_server_status_changed(&other, &efiled));
-
     EXPECT_TRUE(skip_download("2021", "T5018"));
     EXPECT_TRUE(skip_download("2020", "T5018"));
     EXPECT_FALSE(skip_download("2022", "T5018"));
-    EXPECT_FALSE(skip_download("2021", "T4"));
     EXPECT_FALSE(skip_download("2021", "T5018_OFFICIAL_FORM"));
     EXPECT_FALSE(skip_download(nullptr, nullptr));
 }
