@@ -89,12 +89,10 @@ protected:
         const std::string hash = eFileSOAPS::get_vellument_hash(kEin, form, "2021", error);
         return error == 0 ? hash : "error " + std::to_string(error);
     }
-    bool backup_made(const char* disk = kDisk) const
+    bool backup_made() const
     {
         for (const auto& entry : co.snapshot())
-            if (entry.first.find(".Backup") != std::string::npos &&
-                upper(entry.first).find(upper(std::string(disk).substr(std::string(disk).rfind('/') + 1))) !=
-                    std::string::npos)
+            if (entry.first.find(".Backup") != std::string::npos)
                 return true;
         return false;
     }
