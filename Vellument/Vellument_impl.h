@@ -95,8 +95,8 @@ public:
     // The current status has an e-filed copy.
     bool any_efilings_found() const;
     // The server's status (caller deletes): the ".TestStatus" file beside the document when there
-    // is one, else the web service's. Null when there is nothing to compare with;
-    // web_service_error then tells a fault from a plain absence.
+    // is one, else the web service's. Null when there is nothing to compare with (also for a test
+    // file that doesn't parse); web_service_error then tells a fault from a plain absence.
     CStatus* get_server_status();
     // The copy's identifier as the server knows it: a Local copy's e-file code from the local list.
     std::string get_server_identifier(const CCopy* copy, Vellument::FILING_TYPE server_type) const;

@@ -89,11 +89,13 @@ CStatus* vellument_impl::get_server_status()
         // A status laid beside the document stands in for the server's answer.
         std::unique_ptr<COXMLDocument> document(COXMLDocument::load(test_file.c_str(), nullptr, nullptr, 0));
         COXMLNode* root = document ? document->getDocumentElement() : nullptr;
-        if (root == nullptr)
-            VLOG(2, "[Vellument] %s could not be read, taken as an empty status\n", test_file.c_str());
-        CStatus* status = new CStatus(root);
         web_service_error = false;
-        return status;
+        // An unreadable file is no answer: as an empty status it would find every copy missing.
+        if (root == nullptr) {
+            VLOG(2, "[Vellument] %s could not be read, nothing to compare with\n", test_file.c_str());
+            return nullptr;
+        }
+        return new CStatus(root);
     }
 
     VLOG(3, "[Vellument] Calling Server.GetFiling(FilingEIN=%s, FormType=%s, FilingYear=%s);\n", filing_ein.c_str(),
