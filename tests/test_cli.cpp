@@ -425,7 +425,8 @@ TEST_F(Cli, SyncAndCheckServerFollowTheFilingService)
     // Another workstation stores a newer version: check tells, without writing anything, and sync
     // brings it down.
     const std::string theirs = co.disk("theirs.xml");
-    testutil::write_file(theirs, trail(root, transaction("Filing") + transaction("Printing") + transaction("None", status)));
+    testutil::write_file(theirs,
+                         trail(root, transaction("Filing") + transaction("Printing") + transaction("None", status)));
     ASSERT_EQ(service.admin({"put", "--ein", "12-3456789", "--form", "W-2_SSA", "--year", "2021", theirs}).code, 0);
     const auto before = co.snapshot();
     const json differs = parse(run({"check", "--server", "--format", "json", file()}));

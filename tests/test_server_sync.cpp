@@ -128,8 +128,9 @@ TEST_F(ServerSync, TheHashesDecideBetweenNothingAUserEditAndADownload)
     // The last upload worked: the server's copy comes down, the old file is kept as .Backup.
     set_upload_status("true");
     auto downloaded = open();
-    EXPECT_EQ(actions(*downloaded), (std::vector<ActionType>{Vellument::ACTION_FILING, Vellument::ACTION_PRINTING,
-                                                             Vellument::ACTION_SERVER_DOWNLOAD, Vellument::ACTION_NONE}));
+    EXPECT_EQ(actions(*downloaded),
+              (std::vector<ActionType>{Vellument::ACTION_FILING, Vellument::ACTION_PRINTING,
+                                       Vellument::ACTION_SERVER_DOWNLOAD, Vellument::ACTION_NONE}));
     bool kept = false;
     for (const auto& entry : co.snapshot())
         kept = kept || (entry.first.find(".VLM_") != std::string::npos && entry.second == mine);

@@ -156,8 +156,9 @@ void file_the_forms(CVellument& vellument, const DemoFiling& filing, Steps& step
                                      {Vellument::FORM_TYPE_W3, "Federal W-3 Transmittal", "W3_SSA", "Federal_W3"}}));
     package->add_filing(make_filing(company, Vellument::FILING_TYPE_STATE, "MN", true,
                                     {{Vellument::FORM_TYPE_W2, "State W-2 Copy 1 for Minnesota", "W2_MN", "State_MN_W2"}}));
-    package->add_filing(make_filing(company, Vellument::FILING_TYPE_STATE, "WI", true,
-                                    {{Vellument::FORM_TYPE_W2, "State W-2 Copy 1 for Wisconsin", "W2_WI", "State_WI_W2"}}));
+    package->add_filing(
+        make_filing(company, Vellument::FILING_TYPE_STATE, "WI", true,
+                    {{Vellument::FORM_TYPE_W2, "State W-2 Copy 1 for Wisconsin", "W2_WI", "State_WI_W2"}}));
     package->add_filing(make_filing(company, Vellument::FILING_TYPE_EMPLOYEE, "", false,
                                     {{Vellument::FORM_TYPE_W2, "Employee W-2 Copies B, C and 2", "W2_EMPLOYEE", "Employee_W2"}}));
     steps.say("Filled the package of the open transaction (action Filing, choice Complete, 3 employees):");

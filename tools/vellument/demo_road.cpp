@@ -70,7 +70,8 @@ void tell_service_copies(const FilingService& service, const DemoFiling& filing,
         return;
     }
     for (const json& copy : copies) {
-        steps.detail("the service holds " + copy.value("type", std::string()) + " " + copy.value("code", std::string()) +
+        steps.detail("the service holds " + copy.value("type", std::string()) + " " +
+                     copy.value("code", std::string()) +
                      ", vlid " + std::to_string(copy.value("vlid", 0L)) + ", replaceable " +
                      (copy.value("replaceable", false) ? "yes" : "no") + ", deleted " +
                      (copy.value("deleted", false) ? "yes" : "no"));
@@ -103,7 +104,8 @@ void walk_server_road(const FilingService& service, const DemoFiling& filing, St
         vellument.open(filing.file.c_str(), filing.ein.c_str(), filing.year.c_str(), "", false, false);
         vellument.update_status_from_web();
         const CStatus* status = vellument.get_current_status();
-        const bool back = status != nullptr && status->get_copy_by_type(Vellument::FILING_TYPE_FEDERAL, "FE") != nullptr;
+        const bool back =
+            status != nullptr && status->get_copy_by_type(Vellument::FILING_TYPE_FEDERAL, "FE") != nullptr;
         if (!back)
             throw Error("the demo expected the federal copy to come back, and it did not");
         if (vellument.save(nullptr) == 0)

@@ -140,9 +140,9 @@ std::string FilingService::find_program()
     const std::string built = here + "/../filing-service/" + kProgram;
     if (is_program(built))
         return std::filesystem::path(built).lexically_normal().string();
-    throw Error(std::string("the stand-in filing service ") + kProgram + " was not found, neither beside this program (" +
-                beside + ") nor in the build tree (" + built + "); build it with: cmake --build build --target " +
-                "vellument_filing_service");
+    throw Error(std::string("the stand-in filing service ") + kProgram +
+                " was not found, neither beside this program (" + beside + ") nor in the build tree (" + built +
+                "); build it with: cmake --build build --target vellument_filing_service");
 }
 
 FilingService::FilingService(const std::string& program, const std::string& data_dir, const std::string& log_file)

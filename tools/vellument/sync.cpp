@@ -172,9 +172,9 @@ json sync_vellument(const std::string& path, const std::string& shown)
     const int after_open = vellument.get_transaction_count();
     // A download always leaves a new transaction behind the one it closed as "Server Download",
     // which nothing else writes; its .Backup is missing only when that second's name was taken.
-    const bool downloaded =
-        !backup.is_null() || (after_open != count_before && after_open >= 2 &&
-                              vellument.get_transaction(after_open - 2)->get_action() == Vellument::ACTION_SERVER_DOWNLOAD);
+    const bool closed_as_download =
+        after_open >= 2 && vellument.get_transaction(after_open - 2)->get_action() == Vellument::ACTION_SERVER_DOWNLOAD;
+    const bool downloaded = !backup.is_null() || (after_open != count_before && closed_as_download);
     report["downloaded"] = downloaded;
     report["backup"] = backup;
     // A download replaces the whole trail: only the transaction that the open closed is new then.
@@ -195,7 +195,8 @@ json sync_vellument(const std::string& path, const std::string& shown)
     report["transaction_count"] = vellument.get_transaction_count();
 
     const std::string settings = CPathHandling::get_company_dir() + "Histories\\Vellument.INI";
-    const std::string upload = _GetValue(settings, "VELLUMENT", ("UploadSucceeded_" + file).c_str(), "Not Found", false);
+    const std::string upload =
+        _GetValue(settings, "VELLUMENT", ("UploadSucceeded_" + file).c_str(), "Not Found", false);
     report["upload_status"] = utf8(upload);
     report["upload"] = utf8(upload_words(upload));
     return report;
