@@ -279,12 +279,6 @@ TEST(SoapWire, FileRepliesGiveTheirCodes)
         EXPECT_EQ(text, c.text);
     }
     EXPECT_EQ(server.requests().size(), cases.size());
-
-    // A file that can't be loaded is never sent.
-    int error = 99;
-    eFileSOAPS::StoreVellument("123456789", "W2", "2024", "abc", dir.file("missing.VLM").c_str(), error);
-    EXPECT_EQ(error, 20);
-    EXPECT_EQ(server.requests().size(), cases.size());
 }
 
 TEST(SoapWire, ServerChoiceFollowsTheSettingsFileAtEachRequest)
