@@ -28,6 +28,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -378,6 +379,8 @@ private:
             timeval limit{kGiveUpMs / 1000, 0};
             setsockopt(c.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
             setsockopt(c.fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+            int on = 1;
+            setsockopt(c.fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             if (options_.tls && options_.abortHandshake) {
                 char byte;
                 if (waitReadable(c, kGiveUpMs) == 1)

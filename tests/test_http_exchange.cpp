@@ -210,7 +210,7 @@ TEST(HttpReply, TransportFailuresAndTheirTexts)
     }
 }
 
-TEST(HttpReply, ConnectionRefusedFails)
+TEST(HttpReply, ConnectFailures)
 {
     int port;
     {
@@ -221,6 +221,28 @@ TEST(HttpReply, ConnectionRefusedFails)
     EXPECT_FALSE(r.returned);
     EXPECT_FALSE(r.succeeded);
     EXPECT_NE(r.trail.find("Connection refused"), std::string::npos) << r.trail;
+
+    // A listener whose queue is full drops further handshakes: the connect limit must hold.
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof addr;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_EQ(listen(listener, 0), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
+    std::vector<int> queued;
+    for (int i = 0; i < 4; ++i) {
+        queued.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        connect(queued.back(), reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    }
+    r = call("http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/", "x",
+             [](CkHttp& h) { h.put_ConnectTimeout(300); });
+    EXPECT_FALSE(r.returned);
+    EXPECT_NE(r.trail.find("timed out after 300 milliseconds"), std::string::npos) << r.trail;
+    for (int fd : queued)
+        close(fd);
+    close(listener);
 }
 
 TEST(HttpReply, GzipUnderItsExactCondition)
