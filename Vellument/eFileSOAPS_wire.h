@@ -30,6 +30,10 @@ std::string envelope(const char* operation, const char* ein, const char* form_na
 // its status; false (logged) with the transport's error text when none did.
 bool exchange(const char* operation, const std::string& request, std::string& body, std::string& transport_error);
 
+// The exchange of one of the three operations whose parameters are the common four.
+bool call(const char* operation, const char* ein, const char* form_name, const char* year, std::string& body,
+          std::string& transport_error);
+
 // The vellument file at path as it is uploaded: re-emitted from its parsed tree, without a
 // declaration, entity-encoded. False (logged) when the file can't be loaded.
 bool upload_text(const char* path, CkString& text);

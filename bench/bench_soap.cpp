@@ -61,40 +61,16 @@ vlmtest::FilingService* service()
     return s;
 }
 
-struct Fixture {
-    std::string root;      // disk directory, removed at exit
-    std::string vellument; // Windows form
-    std::string disk_file; // disk form of the same file
-};
-
-Fixture& fixture()
+const large_vellument::SavedVellument& fixture()
 {
-    static Fixture* f = [] {
-        Ostrel::Log::SetLevel(1);
-        auto* made = new Fixture;
-        made->root = large_vellument::make_scratch_company();
-        made->disk_file = made->root + "/Co/Histories/VELLUMENT_W2_2021.VLM";
-        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
-        made->vellument = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
-        CVellument v;
-        v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
-        v.set_form_type_string("W-2_SSA");
-        large_vellument::fill(v);
-        if (v.save(nullptr) == 0)
-            std::abort();
-        std::atexit([] {
-            std::error_code ec;
-            std::filesystem::remove_all(fixture().root, ec);
-        });
-        return made;
-    }();
-    return *f;
+    Ostrel::Log::SetLevel(1);
+    return large_vellument::saved();
 }
 
 // Parse and print to memory: the least any re-emission of the file costs.
 void BM_PugixmlParsePrint(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const large_vellument::SavedVellument& f = fixture();
     for (auto _ : state) {
         pugi::xml_document doc;
         if (!doc.load_file(f.disk_file.c_str()))
@@ -113,7 +89,7 @@ BENCHMARK(BM_PugixmlParsePrint)->Unit(benchmark::kMillisecond);
 // Load, re-emit without declaration, entity-encode.
 void BM_UploadText(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const large_vellument::SavedVellument& f = fixture();
     for (auto _ : state) {
         CkString text;
         if (!SoapWire::upload_text(f.vellument.c_str(), text))
@@ -180,7 +156,7 @@ BENCHMARK(BM_HashRoundTrip_Curl)->Unit(benchmark::kMicrosecond)->UseRealTime();
 // The whole upload of the large vellument, the service storing it.
 void BM_StoreVellument(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const large_vellument::SavedVellument& f = fixture();
     if (service() == nullptr) {
         state.SkipWithError("the stand-in filing service was not built");
         return;
