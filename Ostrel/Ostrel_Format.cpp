@@ -1,5 +1,8 @@
 #include <vellument/Ostrel_Format.h>
 
+#include <cstdint>
+#include <cstring>
+
 namespace Ostrel {
 namespace Format {
 
@@ -228,7 +231,15 @@ std::u16string AnsiToWide(const std::string& text)
 
 bool IsAscii(const char* text, std::size_t length)
 {
-    for (std::size_t i = 0; i < length; ++i) {
+    // Eight bytes at a time: large replies and uploads are checked on every call.
+    std::size_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, text + i, 8);
+        if (word & 0x8080808080808080ull)
+            return false;
+    }
+    for (; i < length; ++i) {
         if (static_cast<unsigned char>(text[i]) >= 0x80)
             return false;
     }
