@@ -78,6 +78,7 @@ TEST(HttpRequest, UrlFormsAndHeaderRules)
              h.SetRequestHeader("accept", "text/*");  // replaces in place, keeps the list's spelling
              h.SetRequestHeader("X-Two", "2");
              h.SetRequestHeader("X-One", "");         // removes
+             h.SetRequestHeader("X-Bad", "a\r\nInjected: 1");  // refused
          },
          "",
          "POST /p HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\nUser-Agent: ua\r\nAccept: text/*\r\nAccept-Encoding: gzip\r\n"

@@ -250,7 +250,9 @@ CkHttp::~CkHttp()
 void CkHttp::SetRequestHeader(const char* name, const char* value)
 {
     std::lock_guard<std::mutex> guard(m_impl->lock);
-    if (name == nullptr || *name == '\0')
+    // A line break would let a value write fields of its own into the request head.
+    if (name == nullptr || *name == '\0' || std::strpbrk(name, "\r\n:") != nullptr ||
+        (value != nullptr && std::strpbrk(value, "\r\n") != nullptr))
         return;
     const std::string n = fromAnsi(name);
     HeaderList& list = m_impl->headers;
