@@ -88,7 +88,9 @@ public:
 
     Reply post(const std::string& op, const std::string& body, const std::string& action = "")
     {
-        const httplib::Headers headers = {{"SOAPAction", action.empty() ? kNamespace + op : action}};
+        // Accepting gzip, as many clients do: only the gzip fault may make use of it.
+        const httplib::Headers headers = {{"SOAPAction", action.empty() ? kNamespace + op : action},
+                                          {"Accept-Encoding", "gzip"}};
         auto res = http_.Post("/supportservices.asmx", headers, body, "text/xml; charset=utf-8");
         Reply r;
         if (!res)
@@ -197,6 +199,7 @@ TEST(FilingService, StoresAndAnswersTheFourOperations)
     EXPECT_EQ(client.store(second, "hash-two").answer, "1");
 
     const Reply text = client.call("GetVellument");
+    EXPECT_EQ(text.headers.count("Content-Encoding"), 0u);
     EXPECT_EQ(text.answer, vellument({}) + "<!-- Caf\xC3\xA9 2 -->");  // UTF-8 on the wire
     EXPECT_EQ(client.call("GetVellumentHash").answer, "hash-two");
 
@@ -381,6 +384,7 @@ TEST(FilingService, QueuedFaultsReplaceOrWrapTheReply)
     fault("GetVellument", "chunked");
     r = client.call("GetVellument");
     EXPECT_EQ(r.headers.find("Transfer-Encoding")->second, "chunked");
+    EXPECT_EQ(r.headers.count("Content-Encoding"), 0u);  // though the client accepts gzip
     EXPECT_EQ(r.answer, vellument({}));
 
     const std::string log = service.log();
