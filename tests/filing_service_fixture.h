@@ -82,6 +82,7 @@ public:
     int port() const { return port_; }
     std::string data_dir() const { return base_ + "/data"; }
     bool running() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     // Everything the server wrote on stderr so far (one line per request), over all its starts.
     std::string log() const { return read_file(base_ + "/service.log"); }
 
