@@ -195,12 +195,12 @@ TEST(FilingService, StoresAndAnswersTheFourOperations)
     Reply stored = client.store(first, "hash-one");
     EXPECT_EQ(stored.status, 200);
     EXPECT_EQ(stored.answer, "1");
-    const std::string second = vellument({}) + "<!-- Caf\xE9 2 -->";
+    const std::string second = vellument({}) + "\r\n<!-- Caf\xE9 2 -->\n";
     EXPECT_EQ(client.store(second, "hash-two").answer, "1");
 
     const Reply text = client.call("GetVellument");
     EXPECT_EQ(text.headers.count("Content-Encoding"), 0u);
-    EXPECT_EQ(text.answer, vellument({}) + "<!-- Caf\xC3\xA9 2 -->");  // UTF-8 on the wire
+    EXPECT_EQ(text.answer, vellument({}) + "\r\n<!-- Caf\xC3\xA9 2 -->\n");  // UTF-8 on the wire
     EXPECT_EQ(client.call("GetVellumentHash").answer, "hash-two");
 
     // Both versions are kept, with their times; the first one reads back with every character.
