@@ -26,6 +26,7 @@
 
 #include <httplib.h>
 
+#include "tests/company_fixture.h"
 #include "tests/filing_service_fixture.h"
 
 namespace {
@@ -33,20 +34,6 @@ namespace {
 const char kNamespace[] = VELLUMENT_BENCH_SERVICE_NAMESPACE;
 const char kAccessKey[] = "QXTR4-LMZ82-HBVNC-WPJK6-3DGAF";
 const char* const kOps[4] = {"StoreVellument", "GetVellument", "GetVellumentHash", "GetSubmissionStatus"};
-
-std::string md5_hex(const std::string& bytes)
-{
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_md5(), nullptr);
-    std::string hex;
-    char two[3];
-    for (unsigned int i = 0; i < size; ++i) {
-        std::snprintf(two, sizeof two, "%02x", digest[i]);
-        hex += two;
-    }
-    return hex;
-}
 
 std::string envelope(const std::string& op, const std::string& ein, const std::string& extra = "")
 {
@@ -127,7 +114,7 @@ Run load(int port, int clients, int requests)
                 std::string body, hash, text;
                 if (op == 0) {
                     text = vellument_text(c, i);
-                    hash = md5_hex(text + "#" + std::to_string(i));
+                    hash = vlmtest::md5_hex(text + "#" + std::to_string(i));
                     body = envelope(kOps[op], ein,
                                     "<m:hash xsi:type=\"xsd:string\">" + hash +
                                         "</m:hash><m:fileText xsi:type=\"xsd:string\">" + upload_encoding(text) +
@@ -147,7 +134,7 @@ Run load(int port, int clients, int requests)
                 }
                 samples.push_back({op, ms});
                 if (op == 0 && res->body.find("<response>1</response>") != std::string::npos)
-                    stored[ein].emplace_back(hash, md5_hex(text));
+                    stored[ein].emplace_back(hash, vlmtest::md5_hex(text));
             }
             std::lock_guard<std::mutex> lock(mutex);
             run.samples.insert(run.samples.end(), samples.begin(), samples.end());
@@ -203,7 +190,7 @@ int check_database(const std::string& path, const Run& run)
             sqlite3_bind_text(stmt, 2, store.first.c_str(), -1, SQLITE_TRANSIENT);
             const bool found =
                 sqlite3_step(stmt) == SQLITE_ROW &&
-                md5_hex(std::string(static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
+                vlmtest::md5_hex(std::string(static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
                                     static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0)))) == store.second;
             missing += found ? 0 : 1;
         }

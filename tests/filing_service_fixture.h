@@ -110,13 +110,13 @@ public:
         port_ = std::atoi(line.c_str() + colon + 1);
     }
 
-    // SIGTERM, a bounded wait, SIGKILL if need be; reaps the process. Returns its exit code (-1 when
-    // it was killed or not running).
-    int stop()
+    // SIGTERM (or the signal given, SIGKILL to test what a crash leaves), a bounded wait, SIGKILL if
+    // need be; reaps the process. Returns its exit code (-1 when it was killed or not running).
+    int stop(int signal_number = SIGTERM)
     {
         if (pid_ <= 0)
             return -1;
-        kill(pid_, SIGTERM);
+        kill(pid_, signal_number);
         const int status = reap(pid_, std::chrono::seconds(20));
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
