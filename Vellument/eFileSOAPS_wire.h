@@ -20,9 +20,9 @@ namespace SoapWire {
 // The EIN without any "-" or blank.
 std::string normalise_ein(const char* ein);
 
-// The request text of an operation. Only file_text is escaped; every other value goes out raw.
-// hash and file_text (file_size bytes) are the two extra parameters of StoreVellument, null for
-// the others.
+// The request text of an operation. Values go in as they stand, unescaped: only the upload text
+// comes escaped, from upload_text. hash and file_text (file_size bytes) are the two extra
+// parameters of StoreVellument, null for the others.
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
                      const char* hash = nullptr, const char* file_text = nullptr, std::size_t file_size = 0);
 
