@@ -80,10 +80,9 @@ void eFileSOAPS::StoreVellument(const char* ein, const char* formName, const cha
 
 std::string eFileSOAPS::GetVellument(const char* ein, const char* formName, const char* year, int& error)
 {
-    const char operation[] = "GetVellument";
     std::string body;
     std::string transport_error;
-    if (!SoapWire::exchange(operation, SoapWire::envelope(operation, ein, formName, year), body, transport_error)) {
+    if (!SoapWire::call("GetVellument", ein, formName, year, body, transport_error)) {
         error = SoapReply::classify_fault(transport_error, error);
         return std::string();
     }
@@ -92,11 +91,10 @@ std::string eFileSOAPS::GetVellument(const char* ein, const char* formName, cons
 
 std::string eFileSOAPS::get_vellument_hash(const char* ein, const char* formName, const char* year, int& error)
 {
-    const char operation[] = "GetVellumentHash";
     std::string body;
     std::string transport_error;
     // Without a reply error stays as the caller preset it.
-    if (!SoapWire::exchange(operation, SoapWire::envelope(operation, ein, formName, year), body, transport_error))
+    if (!SoapWire::call("GetVellumentHash", ein, formName, year, body, transport_error))
         return std::string();
     return SoapReply::read_hash_reply(body.c_str(), error);
 }

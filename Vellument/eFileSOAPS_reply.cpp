@@ -3,11 +3,10 @@
 
 #include "Vellument/eFileSOAPS_reply.h"
 
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
+#include <vellument/AuditUtil.h>
 #include <vellument/CCopy.h>
 #include <vellument/CStatus.h>
 #include <vellument/CkXml.h>
@@ -64,17 +63,6 @@ std::string trimmed(const std::string& text)
     while (end > begin && is_blank(text[end - 1]))
         --end;
     return text.substr(begin, end - begin);
-}
-
-// Leading digits as strtol reads them, held to the range of the 32-bit field.
-int to_vlid(const char* text)
-{
-    const long value = std::strtol(text, nullptr, 10);
-    if (value > INT_MAX)
-        return INT_MAX;
-    if (value < INT_MIN)
-        return INT_MIN;
-    return static_cast<int>(value);
 }
 
 bool is_true(const char* text)
@@ -165,7 +153,8 @@ void add_copies_of_type(COXMLDocument* document, CStatus* status, int type)
     for (int i = 0; i < count; ++i) {
         COXMLNode* node = nodes->item(i);
         CCopy* copy = new CCopy();
-        copy->set_vlid(to_vlid(node->getAttribute("Vlid")));
+        // Leading digits as strtol reads them, held to the 32-bit range as on the deployed platform.
+        copy->set_vlid(AuditUtil::to_int(node->getAttribute("Vlid")));
         copy->set_type(static_cast<Vellument::FILING_TYPE>(type));
         copy->set_identifier(node->getAttribute("CopyCode"));
         copy->set_deleted_flag(is_true(node->getAttribute("IsDeleted")));

@@ -50,10 +50,9 @@ void add_parameter(std::string& out, const char* name, const std::string& value)
 
 std::string get_submission_status(const char* ein, const char* formName, const char* year, std::string& fault)
 {
-    const char operation[] = "GetSubmissionStatus";
     std::string body;
     std::string transport_error;
-    if (!SoapWire::exchange(operation, SoapWire::envelope(operation, ein, formName, year), body, transport_error))
+    if (!SoapWire::call("GetSubmissionStatus", ein, formName, year, body, transport_error))
         return std::string();
     return SoapReply::read_status_reply(body.c_str(), fault);
 }
@@ -111,6 +110,12 @@ bool exchange(const char* operation, const std::string& request, std::string& bo
     }
     body = response ? text_of(response->BodyStr()) : std::string();
     return true;
+}
+
+bool call(const char* operation, const char* ein, const char* form_name, const char* year, std::string& body,
+          std::string& transport_error)
+{
+    return exchange(operation, envelope(operation, ein, form_name, year), body, transport_error);
 }
 
 bool upload_text(const char* path, CkString& text)

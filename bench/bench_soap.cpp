@@ -5,56 +5,72 @@
 // Goals: hash round trip within 1.15 times libcurl's; upload text within 2 times pugixml.
 
 #include <benchmark/benchmark.h>
+#include <curl/curl.h>
 #include <pugixml.hpp>
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include <vellument/CVellument.h>
 #include <vellument/CkString.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
+#include <vellument/eFileSOAPS.h>
 
 #include "Vellument/eFileSOAPS_wire.h"
 #include "large_vellument.h"
+#include "tests/filing_service_fixture.h"
 
 namespace {
 
-struct Fixture {
-    std::string root;      // disk directory, removed at exit
-    std::string vellument; // Windows form
-    std::string disk_file; // disk form of the same file
-};
+const char kEin[] = "123456789";
+const char kHash[] = "5d41402abc4b2a76b9719d911017c592";
 
-Fixture& fixture()
+// The stand-in service, started once with a vellument stored for kEin, and a private local
+// application data directory whose Settings.ini points the library at it. Null when the service
+// wasn't built.
+vlmtest::FilingService* service()
 {
-    static Fixture* f = [] {
-        Ostrel::Log::SetLevel(1);
-        auto* made = new Fixture;
-        made->root = large_vellument::make_scratch_company();
-        made->disk_file = made->root + "/Co/Histories/VELLUMENT_W2_2021.VLM";
-        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
-        made->vellument = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
-        CVellument v;
-        v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
-        v.set_form_type_string("W-2_SSA");
-        large_vellument::fill(v);
-        if (v.save(nullptr) == 0)
+    static vlmtest::FilingService* s = []() -> vlmtest::FilingService* {
+        if (!vlmtest::FilingService::available())
+            return nullptr;
+        std::string appdata = std::filesystem::temp_directory_path().string() + "/vlm-bench-appdata-XXXXXX";
+        if (mkdtemp(appdata.data()) == nullptr)
             std::abort();
+        setenv("VELLUMENT_APPDATA", appdata.c_str(), 1);
+        auto* made = new vlmtest::FilingService();
+        made->write_settings(appdata);
+        const std::string file = appdata + "/small.VLM";
+        std::FILE* f = std::fopen(file.c_str(), "wb");
+        std::fputs("<AuditTrail FormType=\"W-2_SSA\"><Transaction Action=\"Filing\"/></AuditTrail>", f);
+        std::fclose(f);
+        int error = 99;
+        eFileSOAPS::StoreVellument(kEin, "W2", "2024", kHash, file.c_str(), error);
+        if (error != 0)
+            std::abort();
+        static std::string dir = appdata;
         std::atexit([] {
+            delete service();
             std::error_code ec;
-            std::filesystem::remove_all(fixture().root, ec);
+            std::filesystem::remove_all(dir, ec);
         });
         return made;
     }();
-    return *f;
+    return s;
+}
+
+const large_vellument::SavedVellument& fixture()
+{
+    Ostrel::Log::SetLevel(1);
+    return large_vellument::saved();
 }
 
 // Parse and print to memory: the least any re-emission of the file costs.
 void BM_PugixmlParsePrint(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const large_vellument::SavedVellument& f = fixture();
     for (auto _ : state) {
         pugi::xml_document doc;
         if (!doc.load_file(f.disk_file.c_str()))
@@ -73,7 +89,7 @@ BENCHMARK(BM_PugixmlParsePrint)->Unit(benchmark::kMillisecond);
 // Load, re-emit without declaration, entity-encode.
 void BM_UploadText(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const large_vellument::SavedVellument& f = fixture();
     for (auto _ : state) {
         CkString text;
         if (!SoapWire::upload_text(f.vellument.c_str(), text))
@@ -82,6 +98,77 @@ void BM_UploadText(benchmark::State& state)
     }
 }
 BENCHMARK(BM_UploadText)->Unit(benchmark::kMillisecond);
+
+// The whole hash request: envelope, settings read, a new connection with its TLS handshake, the
+// reply read through the toolkit tree.
+void BM_HashRoundTrip_Client(benchmark::State& state)
+{
+    if (service() == nullptr) {
+        state.SkipWithError("the stand-in filing service was not built");
+        return;
+    }
+    for (auto _ : state) {
+        int error = 99;
+        if (eFileSOAPS::get_vellument_hash(kEin, "W2", "2024", error) != kHash || error != 0)
+            state.SkipWithError("wrong answer");
+    }
+}
+BENCHMARK(BM_HashRoundTrip_Client)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+size_t collect(char* data, size_t size, size_t count, void* out)
+{
+    static_cast<std::string*>(out)->append(data, size * count);
+    return size * count;
+}
+
+// libcurl posting the same envelope with the same two headers, also on a new connection each
+// time (a new handle has no connection or TLS session to reuse).
+void BM_HashRoundTrip_Curl(benchmark::State& state)
+{
+    vlmtest::FilingService* s = service();
+    if (s == nullptr) {
+        state.SkipWithError("the stand-in filing service was not built");
+        return;
+    }
+    const std::string request = SoapWire::envelope("GetVellumentHash", kEin, "W2", "2024");
+    const std::string action = std::string("SOAPAction: ") + service_namespace + "GetVellumentHash";
+    for (auto _ : state) {
+        CURL* curl = curl_easy_init();
+        curl_slist* headers = curl_slist_append(nullptr, action.c_str());
+        headers = curl_slist_append(headers, "Content-Type: text/xml; charset=utf-8");
+        std::string body;
+        curl_easy_setopt(curl, CURLOPT_URL, s->url().c_str());
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.c_str());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.size()));
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collect);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+        if (curl_easy_perform(curl) != CURLE_OK || body.find(kHash) == std::string::npos)
+            state.SkipWithError("curl failed");
+        curl_slist_free_all(headers);
+        curl_easy_cleanup(curl);
+    }
+}
+BENCHMARK(BM_HashRoundTrip_Curl)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// The whole upload of the large vellument, the service storing it.
+void BM_StoreVellument(benchmark::State& state)
+{
+    const large_vellument::SavedVellument& f = fixture();
+    if (service() == nullptr) {
+        state.SkipWithError("the stand-in filing service was not built");
+        return;
+    }
+    for (auto _ : state) {
+        int error = 99;
+        eFileSOAPS::StoreVellument(kEin, "W2", "2021", kHash, f.vellument.c_str(), error);
+        if (error != 0)
+            state.SkipWithError("upload failed");
+    }
+}
+BENCHMARK(BM_StoreVellument)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 } // namespace
 

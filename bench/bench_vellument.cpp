@@ -26,29 +26,12 @@ struct Fixture {
     std::string pugi_output; // where pugixml writes its copy
 };
 
-// Builds the document through the library and saves it, so that it has the library's own form.
 Fixture& fixture()
 {
     static Fixture* f = [] {
         Ostrel::Log::SetLevel(1);
-        auto* made = new Fixture;
-        made->root = large_vellument::make_scratch_company();
-        made->disk_file = made->root + "/Co/Histories/VELLUMENT_W2_2021.VLM";
-        made->pugi_output = made->root + "/pugi.xml";
-        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
-        made->vellument = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
-
-        CVellument v;
-        v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
-        v.set_form_type_string("W-2_SSA");
-        large_vellument::fill(v);
-        if (v.save(nullptr) == 0)
-            std::abort();
-        std::atexit([] {
-            std::error_code ec;
-            std::filesystem::remove_all(fixture().root, ec);
-        });
-        return made;
+        const large_vellument::SavedVellument& saved = large_vellument::saved();
+        return new Fixture{saved.root, saved.vellument, saved.disk_file, saved.root + "/pugi.xml"};
     }();
     return *f;
 }

@@ -16,6 +16,7 @@
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
+#include <vellument/Ostrel_FileSystem.h>
 
 #include "tests/loopback_settings.h"
 
@@ -102,6 +103,37 @@ inline void fill(CVellument& v)
         if (i + 1 < kTransactions)
             v.clear_current_status();
     }
+}
+
+// The large vellument saved by the library, so that it has the library's own form, in a scratch
+// company made on first use and removed at exit.
+struct SavedVellument {
+    std::string root;      // disk directory
+    std::string vellument; // Windows form
+    std::string disk_file; // disk form of the same file
+};
+
+inline const SavedVellument& saved()
+{
+    static const SavedVellument* s = [] {
+        auto* made = new SavedVellument;
+        made->root = make_scratch_company();
+        made->disk_file = made->root + "/Co/Histories/VELLUMENT_W2_2021.VLM";
+        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
+        made->vellument = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
+        CVellument v;
+        v.open(made->vellument.c_str(), "12-3456789", "2021", "VND", false, true);
+        v.set_form_type_string("W-2_SSA");
+        fill(v);
+        if (v.save(nullptr) == 0)
+            std::abort();
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(saved().root, ec);
+        });
+        return made;
+    }();
+    return *s;
 }
 
 } // namespace large_vellument

@@ -82,6 +82,7 @@ public:
     int port() const { return port_; }
     std::string data_dir() const { return base_ + "/data"; }
     bool running() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     // Everything the server wrote on stderr so far (one line per request), over all its starts.
     std::string log() const { return read_file(base_ + "/service.log"); }
 
@@ -109,13 +110,13 @@ public:
         port_ = std::atoi(line.c_str() + colon + 1);
     }
 
-    // SIGTERM, a bounded wait, SIGKILL if need be; reaps the process. Returns its exit code (-1 when
-    // it was killed or not running).
-    int stop()
+    // SIGTERM (or the signal given, SIGKILL to test what a crash leaves), a bounded wait, SIGKILL if
+    // need be; reaps the process. Returns its exit code (-1 when it was killed or not running).
+    int stop(int signal_number = SIGTERM)
     {
         if (pid_ <= 0)
             return -1;
-        kill(pid_, SIGTERM);
+        kill(pid_, signal_number);
         const int status = reap(pid_, std::chrono::seconds(20));
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

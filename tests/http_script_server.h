@@ -13,6 +13,7 @@
 // A reply is sent as it stands, except for two markers inside it:
 //   "<<close>>"      close the connection at this point (the rest of the reply is dropped)
 //   "<<silent:N>>"   send nothing for N milliseconds, then go on
+//   "<<port>>"       the server's own port, for a Location that points back at it
 // After a reply the connection stays open: a further request on it takes the next reply, a new
 // connection moves the server on to that one, and the client's close ends it. A request for
 // which the script has no reply left is recorded and its connection closed.
@@ -27,6 +28,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -305,8 +307,10 @@ private:
     }
 
     // Plays a reply; false when it closed the connection.
-    bool play(const Conn& c, const std::string& reply)
+    bool play(const Conn& c, std::string reply)
     {
+        for (std::size_t p; (p = reply.find("<<port>>")) != std::string::npos;)
+            reply.replace(p, 8, std::to_string(port_));
         std::size_t pos = 0;
         while (pos < reply.size()) {
             std::size_t mark = reply.find("<<", pos);
@@ -375,6 +379,8 @@ private:
             timeval limit{kGiveUpMs / 1000, 0};
             setsockopt(c.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
             setsockopt(c.fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+            int on = 1;
+            setsockopt(c.fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             if (options_.tls && options_.abortHandshake) {
                 char byte;
                 if (waitReadable(c, kGiveUpMs) == 1)

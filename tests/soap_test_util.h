@@ -47,12 +47,6 @@ inline std::string answer(const std::string& operation, const std::string& eleme
                     prefix);
 }
 
-inline std::string fault(const std::string& text)
-{
-    return envelope("<soap:Fault><faultcode>soap:Server</faultcode><faultstring>" + text +
-                    "</faultstring></soap:Fault>");
-}
-
 // The status document escaped as the service puts it into its response element.
 inline std::string escaped(const std::string& text)
 {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <signal.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <httplib.h>
@@ -26,6 +28,10 @@ using vlmtest::FilingService;
 namespace {
 
 const char kNamespace[] = VELLUMENT_TEST_SERVICE_NAMESPACE;
+
+// The HTTP client of these tests writes through OpenSSL, which raises SIGPIPE when the server has
+// already cut the connection off; that is the point of some of them.
+const bool kSigpipeIgnored = signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 const char kAccessKey[] = "QXTR4-LMZ82-HBVNC-WPJK6-3DGAF";
 
 // The request body exactly as the client builds it.
@@ -88,7 +94,9 @@ public:
 
     Reply post(const std::string& op, const std::string& body, const std::string& action = "")
     {
-        const httplib::Headers headers = {{"SOAPAction", action.empty() ? kNamespace + op : action}};
+        // Accepting gzip, as many clients do: only the gzip fault may make use of it.
+        const httplib::Headers headers = {{"SOAPAction", action.empty() ? kNamespace + op : action},
+                                          {"Accept-Encoding", "gzip"}};
         auto res = http_.Post("/supportservices.asmx", headers, body, "text/xml; charset=utf-8");
         Reply r;
         if (!res)
@@ -193,11 +201,12 @@ TEST(FilingService, StoresAndAnswersTheFourOperations)
     Reply stored = client.store(first, "hash-one");
     EXPECT_EQ(stored.status, 200);
     EXPECT_EQ(stored.answer, "1");
-    const std::string second = vellument({}) + "<!-- Caf\xE9 2 -->";
+    const std::string second = vellument({}) + "\r\n<!-- Caf\xE9 2 -->\n";
     EXPECT_EQ(client.store(second, "hash-two").answer, "1");
 
     const Reply text = client.call("GetVellument");
-    EXPECT_EQ(text.answer, vellument({}) + "<!-- Caf\xC3\xA9 2 -->");  // UTF-8 on the wire
+    EXPECT_EQ(text.headers.count("Content-Encoding"), 0u);
+    EXPECT_EQ(text.answer, vellument({}) + "\r\n<!-- Caf\xC3\xA9 2 -->\n");  // UTF-8 on the wire
     EXPECT_EQ(client.call("GetVellumentHash").answer, "hash-two");
 
     // Both versions are kept, with their times; the first one reads back with every character.
@@ -381,6 +390,7 @@ TEST(FilingService, QueuedFaultsReplaceOrWrapTheReply)
     fault("GetVellument", "chunked");
     r = client.call("GetVellument");
     EXPECT_EQ(r.headers.find("Transfer-Encoding")->second, "chunked");
+    EXPECT_EQ(r.headers.count("Content-Encoding"), 0u);  // though the client accepts gzip
     EXPECT_EQ(r.answer, vellument({}));
 
     const std::string log = service.log();
@@ -430,6 +440,24 @@ TEST(FilingService, BadRequestsGetFaultsAndTheServerLivesOn)
         EXPECT_EQ(r.fault.rfind(c.fault, 0), 0u) << c.name << ": " << r.fault;
     }
 
+    // A body that trickles in is cut off when the whole request has taken too long, though each
+    // byte comes well within the read time-out.
+    {
+        FilingService strict({"--request-timeout-ms", "400"});
+        httplib::Client slow("https://127.0.0.1:" + std::to_string(strict.port()));
+        slow.enable_server_certificate_verification(false);
+        const auto trickle = slow.Post(
+            "/supportservices.asmx", {{"SOAPAction", std::string(kNamespace) + "GetVellument"}}, 200,
+            [](size_t offset, size_t, httplib::DataSink& sink) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                sink.write(" ", 1);
+                return offset < 200;
+            },
+            "text/xml");
+        EXPECT_TRUE(!trickle || trickle->status == 408);
+        EXPECT_NE(strict.log().find("took too long"), std::string::npos) << strict.log();
+    }
+
     // A body over the limit is refused without being read.
     const Reply big = client.post("StoreVellument", std::string(300000, 'x'));
     EXPECT_TRUE(!big.ok || big.status == 413) << big.status;
@@ -464,20 +492,33 @@ TEST(FilingService, KeepsItsDataOverARestartAndTwoServersKeepTheirOwn)
                   "1");
     }
     httplib::Client plain("http://127.0.0.1:" + std::to_string(two.port()));
-    auto res = plain.Post("/supportservices.asmx", {{"SOAPAction", std::string(kNamespace) + "GetVellumentHash"}},
+    const auto plain_hash = [&] {
+        return plain.Post("/supportservices.asmx", {{"SOAPAction", std::string(kNamespace) + "GetVellumentHash"}},
                           envelope("GetVellumentHash", {{"accessKey", kAccessKey}, {"ein", "123456789"},
                                                         {"formName", "W2"}, {"year", "2025"}}),
                           "text/xml; charset=utf-8");
+    };
+    auto res = plain_hash();
     ASSERT_TRUE(res);
     EXPECT_NE(res->body.find("<hash>NOTFOUND</hash>"), std::string::npos) << res->body;
+    // The plain server finds the connection to close without TLS to ask.
+    ASSERT_EQ(two.admin({"fault", "--kind", "close"}).code, 0);
+    EXPECT_FALSE(plain_hash());
 
     const std::string cert = testutil::read_file(one.data_dir() + "/service-cert.pem");
     EXPECT_EQ(one.stop(), 0);
     one.start();
     EXPECT_EQ(testutil::read_file(one.data_dir() + "/service-cert.pem"), cert);  // reused
-    Client again(one);
-    EXPECT_EQ(again.call("GetVellumentHash").answer, "kept");
-    EXPECT_EQ(status_copies(again.call("GetSubmissionStatus").answer).size(), 1u);
+    {
+        Client again(one);
+        EXPECT_EQ(again.call("GetVellumentHash").answer, "kept");
+        EXPECT_EQ(status_copies(again.call("GetSubmissionStatus").answer).size(), 1u);
+        // What was acknowledged survives a killed server too.
+        ASSERT_EQ(again.store(vellument({}), "acknowledged").answer, "1");
+    }
+    one.stop(SIGKILL);
+    one.start();
+    EXPECT_EQ(Client(one).call("GetVellumentHash").answer, "acknowledged");
 }
 
 TEST(FilingService, CommandLineFollowsTheToolConventions)

@@ -78,6 +78,7 @@ TEST(HttpRequest, UrlFormsAndHeaderRules)
              h.SetRequestHeader("accept", "text/*");  // replaces in place, keeps the list's spelling
              h.SetRequestHeader("X-Two", "2");
              h.SetRequestHeader("X-One", "");         // removes
+             h.SetRequestHeader("X-Bad", "a\r\nInjected: 1");  // refused
          },
          "",
          "POST /p HTTP/1.1\r\nHost: 127.0.0.1:PORT\r\nUser-Agent: ua\r\nAccept: text/*\r\nAccept-Encoding: gzip\r\n"
@@ -210,7 +211,7 @@ TEST(HttpReply, TransportFailuresAndTheirTexts)
     }
 }
 
-TEST(HttpReply, ConnectionRefusedFails)
+TEST(HttpReply, ConnectFailures)
 {
     int port;
     {
@@ -221,6 +222,28 @@ TEST(HttpReply, ConnectionRefusedFails)
     EXPECT_FALSE(r.returned);
     EXPECT_FALSE(r.succeeded);
     EXPECT_NE(r.trail.find("Connection refused"), std::string::npos) << r.trail;
+
+    // A listener whose queue is full drops further handshakes: the connect limit must hold.
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof addr;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_EQ(listen(listener, 0), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
+    std::vector<int> queued;
+    for (int i = 0; i < 4; ++i) {
+        queued.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        connect(queued.back(), reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    }
+    r = call("http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/", "x",
+             [](CkHttp& h) { h.put_ConnectTimeout(300); });
+    EXPECT_FALSE(r.returned);
+    EXPECT_NE(r.trail.find("timed out after 300 milliseconds"), std::string::npos) << r.trail;
+    for (int fd : queued)
+        close(fd);
+    close(listener);
 }
 
 TEST(HttpReply, GzipUnderItsExactCondition)
@@ -271,4 +294,93 @@ TEST(HttpReply, KeptConnectionServesTheNextCall)
     EXPECT_STREQ(second->BodyStr(), "two");
     EXPECT_EQ(server.connections(), 1);
     EXPECT_EQ(server.requests().size(), 2u);
+}
+
+TEST(HttpRedirect, VerbBodyAndLocationForms)
+{
+    struct Case {
+        const char* name;
+        int status;
+        const char* location;
+        const char* secondLine;  // request line of the second request
+        bool keepsBody;
+    };
+    const std::vector<Case> cases = {
+        {"302 becomes GET without a body", 302, "http://127.0.0.1:<<port>>/next", "GET /next HTTP/1.1", false},
+        {"301 repeats the POST", 301, "/moved?a=1", "POST /moved?a=1 HTTP/1.1", true},
+        {"303 is treated like 307", 303, "//127.0.0.1:<<port>>/other", "POST /other HTTP/1.1", true},
+        {"307 to the same place", 307, "/dir/start", "POST /dir/start HTTP/1.1", true},
+        {"308 relative to the path", 308, "sibling", "POST /dir/sibling HTTP/1.1", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptServer server({"HTTP/1.1 " + std::to_string(c.status) + " Moved\r\nLocation: " + c.location +
+                                 "\r\nContent-Length: 0\r\n\r\n",
+                             ok("done")});
+        CallResult r = call(server.url("/dir/start"), "<b/>", [](CkHttp& h) {
+            h.SetRequestHeader("Authorization", "Basic abc");
+            h.SetRequestHeader("Content-Type", "text/xml; charset=utf-8");
+        });
+        ASSERT_TRUE(r.succeeded) << r.trail;
+        EXPECT_EQ(r.body, "done");
+        const auto requests = server.requests();
+        ASSERT_EQ(requests.size(), 2u);
+        EXPECT_EQ(server.connections(), 2);  // a redirect always takes a new connection
+        const std::string& second = requests[1].bytes;
+        EXPECT_EQ(second.substr(0, second.find('\r')), c.secondLine);
+        EXPECT_EQ(second.find("Content-Length: 4\r\n") != std::string::npos, c.keepsBody);
+        EXPECT_EQ(second.find("Content-Type:") != std::string::npos, c.keepsBody);
+        EXPECT_EQ(second.size() >= 4 && second.compare(second.size() - 4, 4, "<b/>") == 0, c.keepsBody);
+        EXPECT_NE(second.find("Authorization: Basic abc"), std::string::npos);  // same host
+        const std::string line = c.secondLine;
+        const std::size_t path = line.find(' ') + 1;
+        EXPECT_EQ(r.finalUrl, server.url(line.substr(path, line.rfind(' ') - path)));
+    }
+}
+
+TEST(HttpRedirect, AnotherHostLosesAuthorization)
+{
+    ScriptServer target({ok("there")});
+    ScriptServer origin({"HTTP/1.1 302 Found\r\nLocation: http://localhost:" + std::to_string(target.port()) +
+                         "/t\r\nContent-Length: 0\r\n\r\n"});
+    CallResult r = call(origin.url("/o"), "<b/>", [](CkHttp& h) { h.SetRequestHeader("Authorization", "Basic abc"); });
+    ASSERT_TRUE(r.succeeded) << r.trail;
+    EXPECT_EQ(r.body, "there");
+    EXPECT_EQ(target.requests().at(0).bytes, "GET /t HTTP/1.1\r\nHost: localhost:" + std::to_string(target.port()) +
+                                                 "\r\nAccept: */*\r\nAccept-Encoding: gzip\r\n\r\n");
+    EXPECT_EQ(r.finalUrl, "http://localhost:" + std::to_string(target.port()) + "/t");
+}
+
+TEST(HttpRedirect, LimitsAndFailures)
+{
+    const std::string loop = "HTTP/1.1 307 Again\r\nLocation: /loop\r\nContent-Length: 5\r\n\r\nagain";
+    {
+        // The reply to the tenth request is the result.
+        ScriptServer server(std::vector<std::string>(12, loop));
+        CallResult r = call(server.url("/loop"), "x");
+        ASSERT_TRUE(r.succeeded) << r.trail;
+        EXPECT_EQ(r.status, 307);
+        EXPECT_EQ(r.body, "again");
+        EXPECT_EQ(server.requests().size(), 10u);
+    }
+    {
+        ScriptServer server({loop});
+        CallResult r = call(server.url("/loop"), "x", [](CkHttp& h) { h.put_FollowRedirects(false); });
+        EXPECT_EQ(r.status, 307);
+        EXPECT_EQ(server.requests().size(), 1u);
+    }
+    struct Case {
+        std::string reply;
+        const char* text;
+    };
+    const std::vector<Case> cases = {
+        {"HTTP/1.1 302 Found\r\nContent-Length: 0\r\n\r\n", "Failed to get redirect location."},
+        {"HTTP/1.1 301 Moved\r\nLocation: http://\r\nContent-Length: 0\r\n\r\n", "Invalid redirect URL."},
+    };
+    for (const Case& c : cases) {
+        ScriptServer server({c.reply});
+        CallResult r = call(server.url(), "x");
+        EXPECT_FALSE(r.returned);
+        EXPECT_NE(r.trail.find(c.text), std::string::npos) << r.trail;
+    }
 }

@@ -72,9 +72,8 @@ TEST(SoapWire, RequestsGoOutByteForByte)
     const std::string file = dir.file("v.VLM");
     testutil::write_file(file, "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\r\n<!-- kept out -->\r\n"
                                "<AuditTrail Note=\"a&amp;b\"><T>caf\xE9 &lt;1&gt;</T></AuditTrail>\r\n");
-    ScriptServer server({soaptest::http(soaptest::fault("x")), soaptest::http(soaptest::fault("x")),
-                         soaptest::http(soaptest::fault("x")), soaptest::http(soaptest::fault("x"))},
-                        tls());
+    const std::string empty = soaptest::http(soaptest::envelope(""));
+    ScriptServer server({empty, empty, empty, empty}, tls());
     soaptest::point_at(server.url("/supportservices.asmx"));
 
     const char* ein = " 12-345 6789-";
@@ -113,7 +112,7 @@ TEST(SoapWire, StatusRepliesGiveTheirCodes)
 {
     int parse_code = 0;
     char message[256] = {};
-    EXPECT_EQ(COXMLDocument::loadXML("NOTFOUND", &parse_code, message, sizeof message), nullptr);
+    EXPECT_EQ(COXMLDocument::loadXML("<SubmissionStatus", &parse_code, message, sizeof message), nullptr);
     ASSERT_NE(parse_code, 0);
 
     const std::string good = "<SubmissionStatus EIN=\"123456789\" Year=\"2024\"><Copy CopyType=\"FED\"/>"
@@ -135,14 +134,7 @@ TEST(SoapWire, StatusRepliesGiveTheirCodes)
         {"only a copy of another type", status_reply("<SubmissionStatus EIN=\"123456789\" Year=\"2024\">"
                                                      "<Copy CopyType=\"EMPLOYER\" Vlid=\"3\"/></SubmissionStatus>"),
          0, 0},
-        {"NOTFOUND", status_reply("NOTFOUND"), parse_code, 0},
-        {"fault with System error", soaptest::http(soaptest::fault("Oops: System error 17"), 500), 1, 0},
-        {"fault of another kind", soaptest::http(soaptest::fault("Invalid access key"), 500), 3, 0},
-        {"neither answer nor fault", soaptest::http(soaptest::envelope("")), 2, 0},
-        {"SOAP-ENV prefix", soaptest::http(soaptest::answer("GetSubmissionStatus", "response",
-                                                            soaptest::escaped(good), "SOAP-ENV")),
-         2, 0},
-        {"HTML error page", soaptest::http("<html><body>Server Error</body></html>", 500), 2, 0},
+        {"not XML: the document goes", status_reply("<SubmissionStatus"), parse_code, 0},
         {"good again", status_reply(good), 0, 1},
     };
     std::vector<std::string> replies;
@@ -232,32 +224,19 @@ TEST(SoapWire, FileRepliesGiveTheirCodes)
         int error;          // the code after the call, with 99 preset
         std::string text;   // the result of GetVellument and get_vellument_hash
     };
-    const std::string system_fault = soaptest::http(soaptest::fault("System error"), 500);
-    const std::string other_fault = soaptest::http(soaptest::fault("Invalid access key"), 500);
-    const std::string nothing = soaptest::http(soaptest::envelope(""));
     const std::vector<Case> cases = {
         {"store 1", STORE, soaptest::http(soaptest::answer("StoreVellument", "response", "1")), 0, ""},
         {"store 1 with blanks", STORE, soaptest::http(soaptest::answer("StoreVellument", "response", " \r\n1\t ")), 0,
          ""},
         {"store true", STORE, soaptest::http(soaptest::answer("StoreVellument", "response", "true")), 25, ""},
-        {"store NOTFOUND", STORE, soaptest::http(soaptest::answer("StoreVellument", "response", "NOTFOUND")), 25, ""},
-        {"store system fault", STORE, system_fault, 1, ""},
-        {"store other fault", STORE, other_fault, 99, ""},
-        {"store nothing", STORE, nothing, 2, ""},
-        {"store SOAP-ENV", STORE, soaptest::http(soaptest::answer("StoreVellument", "response", "1", "SOAP-ENV")), 2,
-         ""},
         {"get text", GET, soaptest::http(soaptest::answer("GetVellument", "fileText", "&lt;AuditTrail/&gt;")), 0,
          "<AuditTrail/>"},
         {"get 24 NOTFOUND", GET, soaptest::http(soaptest::answer("GetVellument", "fileText", notfound24)), 23, ""},
         {"get 25 NOTFOUND", GET, soaptest::http(soaptest::answer("GetVellument", "fileText", notfound25)), 0,
          notfound25},
-        {"get system fault", GET, system_fault, 0, ""},
-        {"get SOAP-ENV", GET, soaptest::http(soaptest::answer("GetVellument", "fileText", "x", "SOAP-ENV")), 0, ""},
         {"hash", HASH, soaptest::http(soaptest::answer("GetVellumentHash", "hash", "0cc175b9")), 0, "0cc175b9"},
         {"hash NOTFOUND in a long text", HASH,
          soaptest::http(soaptest::answer("GetVellumentHash", "hash", notfound25 + notfound25)), 22, ""},
-        {"hash system fault", HASH, system_fault, 0, ""},
-        {"hash nothing", HASH, nothing, 0, ""},
     };
     std::vector<std::string> replies;
     for (const Case& c : cases)
@@ -278,12 +257,6 @@ TEST(SoapWire, FileRepliesGiveTheirCodes)
         EXPECT_EQ(error, c.error);
         EXPECT_EQ(text, c.text);
     }
-    EXPECT_EQ(server.requests().size(), cases.size());
-
-    // A file that can't be loaded is never sent.
-    int error = 99;
-    eFileSOAPS::StoreVellument("123456789", "W2", "2024", "abc", dir.file("missing.VLM").c_str(), error);
-    EXPECT_EQ(error, 20);
     EXPECT_EQ(server.requests().size(), cases.size());
 }
 

@@ -2,6 +2,7 @@
 
 #include <vellument/CkHttp.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -31,6 +32,8 @@ const int kDefaultConnectTimeoutMs = 30000;
 const int kDefaultReadTimeoutMs = 60000;
 // One call sends at most this many requests, redirects included.
 const int kMaxRequests = 10;
+// How long a reply is waited for once sending has failed.
+const int kAfterSendFailureMs = 1000;
 
 std::string fromAnsi(const char* text)
 {
@@ -117,7 +120,9 @@ ReadOutcome CkHttp::Impl::exchangeOn(Connection& connection, const Url& url, con
         sendFailed = !connection.sendAll(head.data(), head.size(), idleLimit(), trail) ||
                      (body != nullptr && !connection.sendAll(body->data, body->size, idleLimit(), trail));
     }
-    ckhttp::ReplyReader reader(connection, trail, idleLimit(), maxResponseSize);
+    // After a failed send only a reply already on its way is of interest.
+    ckhttp::ReplyReader reader(connection, trail, sendFailed ? std::min(idleLimit(), kAfterSendFailureMs) : idleLimit(),
+                               maxResponseSize);
     if (sendFailed)
         trail.message("Reading what the server sent before the failure.");
     return reader.read(reply);
@@ -245,7 +250,9 @@ CkHttp::~CkHttp()
 void CkHttp::SetRequestHeader(const char* name, const char* value)
 {
     std::lock_guard<std::mutex> guard(m_impl->lock);
-    if (name == nullptr || *name == '\0')
+    // A line break would let a value write fields of its own into the request head.
+    if (name == nullptr || *name == '\0' || std::strpbrk(name, "\r\n:") != nullptr ||
+        (value != nullptr && std::strpbrk(value, "\r\n") != nullptr))
         return;
     const std::string n = fromAnsi(name);
     HeaderList& list = m_impl->headers;

@@ -11,7 +11,8 @@ namespace ckhttp {
 
 namespace {
 
-const std::size_t kReadBlock = 64 * 1024;
+// What one receive asks for: a TLS record's worth, so that little of the body is zeroed in vain.
+const std::size_t kReadBlock = 16 * 1024;
 // Memory follows the bytes that arrived: never more than twice them, whatever a length says.
 const std::size_t kFirstReserve = 64 * 1024;
 const std::size_t kMaxChunkLine = 4096;
@@ -57,12 +58,13 @@ ReplyReader::Fill ReplyReader::fill(int timeoutMs)
         buffer_.erase(0, pos_);
         pos_ = 0;
     }
-    const std::size_t old = buffer_.size();
-    buffer_.resize(old + kReadBlock);
-    long n = source_.receive(&buffer_[old], kReadBlock, timeoutMs);
-    buffer_.resize(old + (n > 0 ? static_cast<std::size_t>(n) : 0));
-    if (n > 0)
+    // Through a fixed block, so that a reply that drips in costs no more than its bytes.
+    char block[16 * 1024];
+    long n = source_.receive(block, sizeof block, timeoutMs);
+    if (n > 0) {
+        buffer_.append(block, static_cast<std::size_t>(n));
         return FILL_OK;
+    }
     if (n == 0)
         return FILL_CLOSED;
     return n == Source::kIdle ? FILL_IDLE : FILL_ERROR;
@@ -142,9 +144,12 @@ ReadOutcome ReplyReader::readHead(Reply& reply)
     for (;;) {
         std::size_t end = std::string::npos;
         std::size_t endLength = 0;
+        // Bytes already searched are not searched again, so a head that drips in stays linear.
+        std::size_t scanned = 0;
         for (;;) {
-            std::size_t crlf = buffer_.find("\r\n\r\n", pos_);
-            std::size_t lflf = buffer_.find("\n\n", pos_);
+            const std::size_t from = pos_ + (scanned > 3 ? scanned - 3 : 0);
+            std::size_t crlf = buffer_.find("\r\n\r\n", from);
+            std::size_t lflf = buffer_.find("\n\n", from);
             if (crlf != std::string::npos && (lflf == std::string::npos || crlf < lflf)) {
                 end = crlf;
                 endLength = 4;
@@ -154,7 +159,8 @@ ReadOutcome ReplyReader::readHead(Reply& reply)
             }
             if (end != std::string::npos)
                 break;
-            if (buffer_.size() - pos_ > kMaxHeadSize) {
+            scanned = buffer_.size() - pos_;
+            if (scanned > kMaxHeadSize) {
                 trail_.message("HTTP response header is too large.");
                 return READ_NO_REPLY;
             }
@@ -226,7 +232,8 @@ ReadOutcome ReplyReader::read(Reply& reply)
         reply.body.shrink_to_fit();
         return READ_NO_MEMORY;
     }
-    if (reply.connectionClose)
+    // Bytes beyond the reply, or a close asked for, leave the connection unfit for another request.
+    if (reply.connectionClose || pos_ < buffer_.size())
         reply.reusable = false;
     trail_.add("bodySize", std::to_string(reply.body.size()));
     return outcome;
@@ -409,7 +416,8 @@ GunzipOutcome gunzipBody(std::string& body, std::uint64_t maxSize)
     std::string out;
     GunzipOutcome outcome = GUNZIP_OK;
     try {
-        out.reserve(std::min<std::size_t>(body.size() * 4, std::size_t(64) << 20));
+        out.reserve(static_cast<std::size_t>(
+            std::min<std::uint64_t>({std::uint64_t(body.size()) * 4, std::uint64_t(64) << 20, maxSize})));
         z.next_in = reinterpret_cast<Bytef*>(&body[0]);
         std::size_t inLeft = body.size();
         for (;;) {

@@ -69,7 +69,8 @@ std::string metaCharset(const std::string& body)
 
 void nulToBlank(std::string& text)
 {
-    std::replace(text.begin(), text.end(), '\0', ' ');
+    for (char* p = &text[0]; (p = static_cast<char*>(std::memchr(p, 0, text.size() - (p - text.data())))) != nullptr;)
+        *p = ' ';
 }
 
 } // namespace

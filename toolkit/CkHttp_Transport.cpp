@@ -428,7 +428,7 @@ long Connection::receive(char* buffer, std::size_t size, int timeoutMs)
 
 bool Connection::alive()
 {
-    if (fd_ < 0)
+    if (fd_ < 0 || (ssl_ != nullptr && SSL_pending(ssl_) > 0))
         return false;
     pollfd p{fd_, POLLIN, 0};
     // Anything to read between requests is either a close or bytes nobody asked for.

@@ -8,6 +8,7 @@ packages=(
   clang libclang-rt-dev
   libcli11-dev nlohmann-json3-dev
   libcpp-httplib-dev libsqlite3-dev
+  libcurl4-openssl-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -55,6 +55,23 @@ void add_filing_options(CLI::App* command, FilingOptions& options, bool required
     }
 }
 
+// Options that name one copy of a filing.
+struct CopyOptions {
+    FilingOptions filing;
+    std::string type;
+    std::string code;
+};
+
+void add_copy_options(CLI::App* command, CopyOptions& options)
+{
+    add_filing_options(command, options.filing, true);
+    command->add_option("--type", options.type, "FED, STATE, LOCAL or EMP")
+        ->required()
+        ->check(CLI::IsMember(kCopyTypes));
+    command->add_option("--code", options.code, "The copy's code (its identifier, such as FE or a state code)")
+        ->required();
+}
+
 // The store of an existing data directory: an admin command never makes a new one by mistake.
 std::unique_ptr<fs_store::Store> open_store(const std::string& data)
 {
@@ -172,9 +189,8 @@ Command add_copies_command(CLI::App& app)
 
 Command add_set_copy_command(CLI::App& app)
 {
-    struct SetCopy {
-        FilingOptions filing;
-        std::string type, code, replaceable, deleted;
+    struct SetCopy : CopyOptions {
+        std::string replaceable, deleted;
         std::optional<long> vlid;
         long vlid_value = 0;
     };
@@ -182,9 +198,7 @@ Command add_set_copy_command(CLI::App& app)
     CLI::App* command = app.add_subcommand(
         "set-copy", "Add a copy to a filing or change one; options not given keep their value (0 or false on a\n"
                     "new copy). The service answers with it from the next GetSubmissionStatus on.");
-    add_filing_options(command, o->filing, true);
-    command->add_option("--type", o->type, "FED, STATE, LOCAL or EMP")->required()->check(CLI::IsMember(kCopyTypes));
-    command->add_option("--code", o->code, "The copy's code (its identifier, such as FE or a state code)")->required();
+    add_copy_options(command, *o);
     CLI::Option* vlid = command->add_option("--vlid", o->vlid_value, "The server's identifier of the copy");
     command->add_option("--replaceable", o->replaceable, "true or false");
     command->add_option("--deleted", o->deleted, "true or false");
@@ -202,17 +216,11 @@ Command add_set_copy_command(CLI::App& app)
 
 Command add_remove_copy_command(CLI::App& app)
 {
-    struct RemoveCopy {
-        FilingOptions filing;
-        std::string type, code;
-    };
-    auto o = std::make_shared<RemoveCopy>();
+    auto o = std::make_shared<CopyOptions>();
     CLI::App* command = app.add_subcommand(
         "remove-copy", "Make the service lose a copy. It stays lost: a later upload that still has it e-filed\n"
                        "does not bring it back; set-copy does.");
-    add_filing_options(command, o->filing, true);
-    command->add_option("--type", o->type, "FED, STATE, LOCAL or EMP")->required()->check(CLI::IsMember(kCopyTypes));
-    command->add_option("--code", o->code, "The copy's code")->required();
+    add_copy_options(command, *o);
     return Command{command, [o] {
                        const auto store = open_store(o->filing.data);
                        if (!store->remove_copy(o->filing.key(), o->type, o->code))

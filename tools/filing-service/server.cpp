@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -135,6 +136,9 @@ void send(const httplib::Request& req, httplib::Response& res, const fs_ops::Rep
     if (reply.gzip)
         res.set_header("Content-Encoding", "gzip");
     if (reply.chunked) {
+        // The HTTP layer compresses chunked text replies for a client that accepts gzip; this
+        // fault is about the chunking alone. The request object is the server's own, not const.
+        const_cast<httplib::Request&>(req).headers.erase("Accept-Encoding");
         res.set_chunked_content_provider(reply.content_type, [body](size_t offset, httplib::DataSink& sink) {
             // Small chunks, so that the reader really has to join several.
             const size_t size = std::min<size_t>(1000, body->size() - offset);
@@ -218,6 +222,15 @@ void handle_post(const Options& options, const httplib::Request& req, httplib::R
     send(req, res, reply);
 }
 
+// The HTTP layer listens with a queue of 5: a burst of clients connecting at once would see their
+// connections dropped and retried a second later. Listening again on the bound socket lengthens it.
+template <typename Base>
+class Listener : public Base {
+public:
+    using Base::Base;
+    void lengthen_queue() { ::listen(this->svr_sock_, SOMAXCONN); }
+};
+
 struct Address {
     std::string host;
     int port = 0;
@@ -269,15 +282,20 @@ void serve(const Options& options)
     { fs_store::Store check(options.data); }
 
     std::unique_ptr<httplib::Server> server;
+    std::function<void()> lengthen_queue;
     if (options.plain_http) {
-        server = std::make_unique<httplib::Server>();
+        auto plain = std::make_unique<Listener<httplib::Server>>();
+        lengthen_queue = [p = plain.get()] { p->lengthen_queue(); };
+        server = std::move(plain);
     } else {
         std::string cert = options.cert, key = options.key;
         if (cert.empty() != key.empty())
             throw std::runtime_error("--cert and --key go together");
         if (cert.empty())
             fs_cert::ensure_self_signed(options.data, cert, key);
-        server = std::make_unique<httplib::SSLServer>(cert.c_str(), key.c_str());
+        auto tls = std::make_unique<Listener<httplib::SSLServer>>(cert.c_str(), key.c_str());
+        lengthen_queue = [p = tls.get()] { p->lengthen_queue(); };
+        server = std::move(tls);
         if (!server->is_valid())
             throw std::runtime_error("cannot use the certificate " + cert + " with the key " + key);
     }
@@ -306,6 +324,7 @@ void serve(const Options& options)
                                  : server->bind_to_port(address.host, port);
     if (!bound)
         throw std::runtime_error("cannot listen on " + options.listen);
+    lengthen_queue();
 
     std::thread stopper([&server, stop_signals] {
         int signal_number = 0;

@@ -84,8 +84,9 @@ const std::string& Request::get(const std::string& name) const
 bool parse_request(const std::string& body, Request& out, std::string& fault_text)
 {
     pugi::xml_document document;
-    // Escapes are decoded by element_text, which also knows the HTML entity names.
-    const unsigned flags = pugi::parse_default & ~pugi::parse_escapes;
+    // Escapes are decoded by element_text, which also knows the HTML entity names; line ends are
+    // kept as the client sent them, so that a download gives back the same text.
+    const unsigned flags = (pugi::parse_default | pugi::parse_ws_pcdata) & ~(pugi::parse_escapes | pugi::parse_eol);
     const pugi::xml_parse_result parsed = document.load_buffer(body.data(), body.size(), flags);
     if (!parsed) {
         fault_text = std::string("The request is not XML: ") + parsed.description();

@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <mutex>
+
 #include "text.h"
 
 namespace fs_store {
@@ -85,11 +87,21 @@ void run(sqlite3* db, const char* sql)
     }
 }
 
+// Writers of this process take turns here rather than in SQLite's busy handler, which sleeps up to
+// 100 ms between tries; the busy time-out is left for writers in other processes (the admin
+// commands).
+std::mutex g_write_mutex;
+
 // A transaction that rolls back unless committed. Writers begin IMMEDIATE, so that they queue on
 // the busy time-out instead of failing when a read lock would have to be upgraded.
 class Transaction {
 public:
-    Transaction(sqlite3* db, bool write) : db_(db) { run(db_, write ? "BEGIN IMMEDIATE" : "BEGIN"); }
+    Transaction(sqlite3* db, bool write) : db_(db)
+    {
+        if (write)
+            lock_ = std::unique_lock<std::mutex>(g_write_mutex);
+        run(db_, write ? "BEGIN IMMEDIATE" : "BEGIN");
+    }
     ~Transaction()
     {
         if (!done_)
@@ -102,6 +114,7 @@ public:
     }
 
 private:
+    std::unique_lock<std::mutex> lock_;
     sqlite3* db_;
     bool done_ = false;
 };
