@@ -105,8 +105,9 @@ public:
         r.status = res->status;
         r.body = res->body;
         r.headers = res->headers;
+        // Line ends as they stand, as the client's reply reader keeps them.
         pugi::xml_document doc;
-        doc.load_string(r.body.c_str());
+        doc.load_string(r.body.c_str(), (pugi::parse_default | pugi::parse_ws_pcdata) & ~pugi::parse_eol);
         const pugi::xml_node soap_body = doc.document_element().child("soap:Body");
         const char* element = op == "GetVellument" ? "fileText" : op == "GetVellumentHash" ? "hash" : "response";
         r.answer = soap_body.child((op + "Response").c_str()).child_value(element);

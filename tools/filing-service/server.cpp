@@ -48,11 +48,21 @@ void wait_ms(long ms)
 
 std::mutex g_log_mutex;
 
+// A field of the log line as it came from the client: one line, of a sensible length.
+std::string loggable(const std::string& text, std::size_t limit = 64)
+{
+    std::string out = text.substr(0, limit);
+    for (char& c : out)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    return text.size() > limit ? out + "..." : out;
+}
+
 void log_request(const std::string& operation, const fs_soap::Request& request, const std::string& outcome)
 {
     const std::string line = fs_text::utc_now() + " " + (operation.empty() ? "-" : operation) + " ein=" +
-                             request.get("ein") + " form=" + request.get("formName") + " year=" +
-                             request.get("year") + " " + outcome + "\n";
+                             loggable(request.get("ein")) + " form=" + loggable(request.get("formName")) +
+                             " year=" + loggable(request.get("year")) + " " + loggable(outcome, 200) + "\n";
     std::lock_guard<std::mutex> lock(g_log_mutex);
     std::fputs(line.c_str(), stderr);
     std::fflush(stderr);
