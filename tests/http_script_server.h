@@ -40,6 +40,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <pthread.h>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -133,8 +134,6 @@ public:
     explicit ScriptServer(std::vector<std::string> replies, ServerOptions options = ServerOptions())
         : replies_(std::move(replies)), options_(std::move(options))
     {
-        // A client that goes away mid-reply must not take the test process with it.
-        std::signal(SIGPIPE, SIG_IGN);
         listen_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in addr;
         std::memset(&addr, 0, sizeof addr);
@@ -376,6 +375,12 @@ private:
 
     void run()
     {
+        // A client that goes away mid-reply must not take the process with it. Blocked in this
+        // thread only, so that the client under test still meets the signal if it lets one through.
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
         while (!stop_) {
             pollfd p{listen_, POLLIN, 0};
             if (poll(&p, 1, kPollMs) <= 0)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 #include <zlib.h>
 
@@ -244,6 +245,32 @@ TEST(HttpReply, ConnectFailures)
     for (int fd : queued)
         close(fd);
     close(listener);
+}
+
+TEST(HttpReply, ServerGoneWhileSendingIsAFailureNotASignal)
+{
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof addr;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
+    std::thread reset([listener] {
+        int fd = accept(listener, nullptr, nullptr);
+        char some[1024];
+        recv(fd, some, sizeof some, 0);
+        linger abort{1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+        close(fd);
+    });
+    const std::string body(8 << 20, 'b');
+    CallResult r = call("http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/", body.c_str());
+    reset.join();
+    close(listener);
+    EXPECT_FALSE(r.returned);
+    EXPECT_NE(r.trail.find("Failed to send"), std::string::npos) << r.trail;
 }
 
 TEST(HttpReply, GzipUnderItsExactCondition)
