@@ -107,6 +107,30 @@ TEST(HttpRequest, UrlFormsAndHeaderRules)
     }
 }
 
+TEST(HttpRequest, BodyInTheGivenCharset)
+{
+    struct Case {
+        const char* charset;
+        std::string body;
+    };
+    const std::vector<Case> cases = {
+        {"utf-8", "<a>\xC3\xA9\xE2\x82\xAC</a>"},
+        {"windows-1252", "<a>\xE9\x80</a>"},
+        {"iso-8859-15", "<a>\xE9\xA4</a>"},
+        {"utf-16", std::string("<\0a\0>\0\xE9\0\xAC\x20<\0/\0a\0>\0", 18)},
+        {"no-such-charset", "<a>\xC3\xA9\xE2\x82\xAC</a>"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.charset);
+        ScriptServer server({ok("")});
+        CkHttp http;
+        std::unique_ptr<CkHttpResponse> r(http.PostXml(server.url().c_str(), "<a>\xE9\x80</a>", c.charset));
+        ASSERT_TRUE(r) << http.lastErrorText();
+        const std::string request = server.requests().at(0).bytes;
+        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), c.body);
+    }
+}
+
 TEST(HttpRequest, BadUrlsFailBeforeAnyConnection)
 {
     for (const char* url : {"ftp://127.0.0.1/", "http://", "http://:80/", "https://127.0.0.1:99999/"}) {
