@@ -18,11 +18,14 @@
 // the server's stderr. FilingService::available() is false when the build has no such program
 // (VELLUMENT_FILING_SERVICE_PATH undefined): skip the test then.
 //
-// Not thread-safe: use one object from one thread. Header-only, POSIX.
+// The server gets SIGTERM when the thread that started it ends, so that a test process that dies
+// (a crash, an abort) leaves no server behind: start it on a thread that outlives the object.
+// Not thread-safe: use one object from one thread. Header-only, Linux.
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -174,10 +177,14 @@ private:
         for (const std::string& a : args)
             argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
+        const pid_t parent = getpid();
         const pid_t child = fork();
         if (child < 0)
             throw std::runtime_error("fork failed");
         if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != parent)
+                _exit(127);
             const int in = open("/dev/null", O_RDONLY);
             const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC), 0600);
             dup2(in, 0);

@@ -105,8 +105,9 @@ public:
         r.status = res->status;
         r.body = res->body;
         r.headers = res->headers;
+        // Line ends as they stand, as the client's reply reader keeps them.
         pugi::xml_document doc;
-        doc.load_string(r.body.c_str());
+        doc.load_string(r.body.c_str(), (pugi::parse_default | pugi::parse_ws_pcdata) & ~pugi::parse_eol);
         const pugi::xml_node soap_body = doc.document_element().child("soap:Body");
         const char* element = op == "GetVellument" ? "fileText" : op == "GetVellumentHash" ? "hash" : "response";
         r.answer = soap_body.child((op + "Response").c_str()).child_value(element);
@@ -481,6 +482,11 @@ TEST(FilingService, BadRequestsGetFaultsAndTheServerLivesOn)
 TEST(FilingService, KeepsItsDataOverARestartAndTwoServersKeepTheirOwn)
 {
     REQUIRE_SERVICE();
+    {
+        // Stopped as soon as it said where it listens: it ends at once and cleanly.
+        FilingService quick;
+        EXPECT_EQ(quick.stop(), 0);
+    }
     FilingService one;
     FilingService two({"--plain-http"});
     EXPECT_EQ(two.url().rfind("http://127.0.0.1:", 0), 0u);

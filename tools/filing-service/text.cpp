@@ -161,7 +161,6 @@ std::string xml_escape(const std::string& text)
         case '<': out += "&lt;"; break;
         case '>': out += "&gt;"; break;
         case '"': out += "&quot;"; break;
-        case '\r': out += "&#13;"; break;  // a parser would turn a raw CR LF into LF
         default: out += c;
         }
     }

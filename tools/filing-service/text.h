@@ -14,8 +14,9 @@ namespace fs_text {
 // known reference: the text was not well-formed.
 bool decode_entities(const std::string& text, std::string& out);
 
-// Escapes &, <, > and " for element text or an attribute value in double quotes, and CR as a
-// character reference, so that line ends come through a parser as they were.
+// Escapes &, <, > and " for element text or an attribute value in double quotes. Nothing else:
+// the client's reply reader resolves these names and no numeric reference, and keeps the rest of
+// an element's text, CR included, as it stands.
 std::string xml_escape(const std::string& text);
 
 // The text with every byte that does not start a valid UTF-8 sequence read as a Windows-1252
