@@ -40,6 +40,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <pthread.h>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -58,6 +59,8 @@ struct ServerOptions {
     bool tls12Only = false;         // the server speaks at most TLS 1.2
     bool refuseTls13Hello = false;  // a ClientHello that offers TLS 1.3 is answered by an alert
     bool abortHandshake = false;    // every connection is closed when its first bytes arrive
+    bool breakAfterHelloOnce = false;  // TLS 1.2 only; the first handshake is cut off after the
+                                       // client's key exchange, before the server's Finished
     std::string certName = "localhost";  // DNS name or IP literal of the certificate
     bool repeatLast = false;        // the last reply serves every further request (benchmarks)
     bool record = true;             // keep the bytes of the requests
@@ -131,8 +134,6 @@ public:
     explicit ScriptServer(std::vector<std::string> replies, ServerOptions options = ServerOptions())
         : replies_(std::move(replies)), options_(std::move(options))
     {
-        // A client that goes away mid-reply must not take the test process with it.
-        std::signal(SIGPIPE, SIG_IGN);
         listen_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in addr;
         std::memset(&addr, 0, sizeof addr);
@@ -204,7 +205,7 @@ private:
         EVP_PKEY_free(key);
         SSL_CTX_set_security_level(ctx_, 0);
         SSL_CTX_set_min_proto_version(ctx_, TLS1_VERSION);
-        if (options_.tls12Only)
+        if (options_.tls12Only || options_.breakAfterHelloOnce)
             SSL_CTX_set_max_proto_version(ctx_, TLS1_2_VERSION);
         SSL_CTX_set_client_hello_cb(ctx_, &ScriptServer::onHello, this);
     }
@@ -238,6 +239,13 @@ private:
             return SSL_CLIENT_HELLO_ERROR;
         }
         return SSL_CLIENT_HELLO_SUCCESS;
+    }
+
+    static void onMessage(int writing, int, int contentType, const void* data, std::size_t length, SSL* ssl, void*)
+    {
+        if (!writing && contentType == SSL3_RT_HANDSHAKE && length > 0 &&
+            static_cast<const unsigned char*>(data)[0] == SSL3_MT_CLIENT_KEY_EXCHANGE)
+            shutdown(SSL_get_fd(ssl), SHUT_RDWR);
     }
 
     // Waits until fd is readable: 1, the listener has a new connection: 2, stop or time out: 0.
@@ -367,6 +375,12 @@ private:
 
     void run()
     {
+        // A client that goes away mid-reply must not take the process with it. Blocked in this
+        // thread only, so that the client under test still meets the signal if it lets one through.
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
         while (!stop_) {
             pollfd p{listen_, POLLIN, 0};
             if (poll(&p, 1, kPollMs) <= 0)
@@ -391,6 +405,8 @@ private:
             if (options_.tls) {
                 c.ssl = SSL_new(ctx_);
                 SSL_set_fd(c.ssl, c.fd);
+                if (options_.breakAfterHelloOnce && number == 1)
+                    SSL_set_msg_callback(c.ssl, &ScriptServer::onMessage);
                 if (SSL_accept(c.ssl) != 1) {
                     ERR_clear_error();
                     closeConn(c);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 #include <zlib.h>
 
@@ -103,6 +104,30 @@ TEST(HttpRequest, UrlFormsAndHeaderRules)
         ASSERT_TRUE(r.succeeded) << r.trail;
         ASSERT_EQ(server.requests().size(), 1u);
         EXPECT_EQ(server.requests()[0].bytes, port(c.head));
+    }
+}
+
+TEST(HttpRequest, BodyInTheGivenCharset)
+{
+    struct Case {
+        const char* charset;
+        std::string body;
+    };
+    const std::vector<Case> cases = {
+        {"utf-8", "<a>\xC3\xA9\xE2\x82\xAC</a>"},
+        {"windows-1252", "<a>\xE9\x80</a>"},
+        {"iso-8859-15", "<a>\xE9\xA4</a>"},
+        {"utf-16", std::string("<\0a\0>\0\xE9\0\xAC\x20<\0/\0a\0>\0", 18)},
+        {"no-such-charset", "<a>\xC3\xA9\xE2\x82\xAC</a>"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.charset);
+        ScriptServer server({ok("")});
+        CkHttp http;
+        std::unique_ptr<CkHttpResponse> r(http.PostXml(server.url().c_str(), "<a>\xE9\x80</a>", c.charset));
+        ASSERT_TRUE(r) << http.lastErrorText();
+        const std::string request = server.requests().at(0).bytes;
+        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), c.body);
     }
 }
 
@@ -244,6 +269,32 @@ TEST(HttpReply, ConnectFailures)
     for (int fd : queued)
         close(fd);
     close(listener);
+}
+
+TEST(HttpReply, ServerGoneWhileSendingIsAFailureNotASignal)
+{
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof addr;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
+    std::thread reset([listener] {
+        int fd = accept(listener, nullptr, nullptr);
+        char some[1024];
+        recv(fd, some, sizeof some, 0);
+        linger abort{1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+        close(fd);
+    });
+    const std::string body(8 << 20, 'b');
+    CallResult r = call("http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/", body.c_str());
+    reset.join();
+    close(listener);
+    EXPECT_FALSE(r.returned);
+    EXPECT_NE(r.trail.find("Failed to send"), std::string::npos) << r.trail;
 }
 
 TEST(HttpReply, GzipUnderItsExactCondition)

@@ -121,6 +121,18 @@ TEST(HttpTls, VersionNegotiationAndFallBacks)
         EXPECT_EQ(server.hellos()[1].negotiated, "TLSv1.2");
     }
     {
+        // A handshake that fails after the server's hello gets one more try at exactly TLS 1.2.
+        ScriptServer server({kOk}, tls([](ServerOptions& o) { o.breakAfterHelloOnce = true; }));
+        CallResult r = call(server.url(), "x");
+        ASSERT_TRUE(r.succeeded) << r.trail;
+        EXPECT_EQ(server.connections(), 2);
+        ASSERT_EQ(server.hellos().size(), 2u);
+        EXPECT_EQ(server.hellos()[0].versions.front(), 0x0304);
+        EXPECT_EQ(server.hellos()[1].versions, std::vector<std::uint16_t>{});
+        EXPECT_EQ(r.trail.find("Retry without TLS 1.3"), std::string::npos);
+        EXPECT_NE(r.trail.find("exactly TLS 1.2"), std::string::npos) << r.trail;
+    }
+    {
         // A server that drops every handshake: both tries fail and the call with them.
         ScriptServer server({kOk}, tls([](ServerOptions& o) { o.abortHandshake = true; }));
         CallResult r = call(server.url(), "x");

@@ -3,8 +3,10 @@
 #include <vellument/CkHttp.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iconv.h>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -52,25 +54,57 @@ struct Body {
     std::string converted;
 };
 
+// UTF-8 to any charset the C library knows; characters the charset lacks become "?".
+bool fromUtf8(const std::string& utf8, const std::string& charset, std::string& out)
+{
+    iconv_t cd = iconv_open((charset + "//TRANSLIT").c_str(), "UTF-8");
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return false;
+    out.assign(utf8.size() * 2 + 16, '\0');
+    char* in = const_cast<char*>(utf8.data());
+    std::size_t inLeft = utf8.size();
+    std::size_t written = 0;
+    bool ok = true;
+    for (;;) {
+        char* to = &out[written];
+        std::size_t toLeft = out.size() - written;
+        const std::size_t r = iconv(cd, &in, &inLeft, &to, &toLeft);
+        const int error = errno;
+        written = out.size() - toLeft;
+        if (r != static_cast<std::size_t>(-1))
+            break;
+        if (error != E2BIG) {
+            ok = false;
+            break;
+        }
+        out.resize(out.size() * 2);
+    }
+    iconv_close(cd);
+    out.resize(written);
+    return ok;
+}
+
 void makeBody(const char* xml, const char* charset, Body& body, Trail& trail)
 {
     body.size = xml ? std::strlen(xml) : 0;
     body.data = xml ? xml : "";
-    if (Ostrel::Format::IsAscii(body.data, body.size))
+    std::string cs = Ostrel::Format::ToLowerAscii(charset ? charset : "");
+    // No byte order mark goes out, so the plain names mean little endian without one.
+    if (cs == "utf-16" || cs == "unicode")
+        cs = "utf-16le";
+    const bool asciiBased = cs.empty() || cs == "utf-8" || cs == "utf8" || cs == "windows-1252" || cs == "cp1252" ||
+                            cs == "ansi" || cs == "us-ascii" || cs == "iso-8859-1";
+    if (asciiBased && Ostrel::Format::IsAscii(body.data, body.size))
         return;
-    const std::string cs = Ostrel::Format::ToLowerAscii(charset ? charset : "");
     if (cs == "windows-1252" || cs == "cp1252" || cs == "ansi")
         return;
-    if (cs == "utf-16" || cs == "utf-16le" || cs == "unicode") {
-        std::u16string wide = Ostrel::Format::AnsiToWide(std::string(body.data, body.size));
-        for (char16_t c : wide) {
-            body.converted.push_back(static_cast<char>(c & 0xFF));
-            body.converted.push_back(static_cast<char>(c >> 8));
-        }
-    } else {
-        if (!cs.empty() && cs != "utf-8" && cs != "utf8")
-            trail.message("The charset " + cs + " is not supported here; the body goes out as utf-8.");
-        body.converted = Ostrel::Format::AnsiToUtf8(body.data, body.size);
+    body.converted = Ostrel::Format::AnsiToUtf8(body.data, body.size);
+    if (!cs.empty() && cs != "utf-8" && cs != "utf8") {
+        std::string out;
+        if (fromUtf8(body.converted, cs, out))
+            body.converted.swap(out);
+        else
+            trail.message("Unable to convert the body to " + cs + "; it goes out as utf-8.");
     }
     body.data = body.converted.data();
     body.size = body.converted.size();

@@ -60,6 +60,11 @@ const char* CkHttpResponse::getHeaderField(const char* name)
 const char* CkHttpResponse::BodyStr()
 {
     std::lock_guard<std::mutex> guard(m_impl->lock);
+    // A large ASCII reply is handed out as it lies, not copied.
+    if (ckhttp::bodyIsItsOwnText(m_impl->reply.body, m_impl->reply.fields)) {
+        std::string().swap(m_impl->bodyOut);
+        return m_impl->reply.body.c_str();
+    }
     bool binary = false;
     std::string text = ckhttp::bodyToUtf8(m_impl->reply.body, m_impl->reply.fields, binary);
     if (binary)

@@ -167,6 +167,9 @@ GunzipOutcome gunzipBody(std::string& body, std::uint64_t maxSize);
 // The body as UTF-8 text: byte order mark, text or binary, charset. binary tells whether the
 // body did not count as text.
 std::string bodyToUtf8(const std::string& body, const HeaderList& fields, bool& binary);
+// Whether that text is the body's bytes as they stand (ASCII, no NUL, an ASCII-based charset),
+// so that no copy needs to be made.
+bool bodyIsItsOwnText(const std::string& body, const HeaderList& fields);
 
 } // namespace ckhttp
 

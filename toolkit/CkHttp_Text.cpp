@@ -73,7 +73,25 @@ void nulToBlank(std::string& text)
         *p = ' ';
 }
 
+// Charsets in which ASCII bytes stand for themselves.
+bool asciiCompatible(const std::string& charset)
+{
+    for (const char* name : {"", "utf-8", "utf8", "us-ascii", "ascii", "windows-1252", "cp1252", "iso-8859-1", "latin1"})
+        if (charset == name)
+            return true;
+    return false;
+}
+
 } // namespace
+
+bool bodyIsItsOwnText(const std::string& body, const HeaderList& fields)
+{
+    if (!Ostrel::Format::IsAscii(body.data(), body.size()) || std::memchr(body.data(), 0, body.size()) != nullptr)
+        return false;
+    const Header* type = findHeader(fields, "Content-Type");
+    return asciiCompatible(type ? charsetParameter(type->value) : std::string()) &&
+           asciiCompatible(xmlDeclaredEncoding(body.data(), std::min(body.size(), kSniffWindow)));
+}
 
 std::string bodyToUtf8(const std::string& body, const HeaderList& fields, bool& binary)
 {

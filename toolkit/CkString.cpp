@@ -91,20 +91,21 @@ void CkString::entityEncode()
     // Lengths of the entities, so that the result is sized once and filled in place.
     static const struct Lengths {
         unsigned char of[256];
+        unsigned char extra[256];  // what the entity adds to the byte it replaces
         Lengths()
         {
-            for (int b = 0; b < 256; ++b)
+            for (int b = 0; b < 256; ++b) {
                 of[b] = kEntities[b] != nullptr ? static_cast<unsigned char>(std::strlen(kEntities[b])) : 0;
+                extra[b] = of[b] != 0 ? static_cast<unsigned char>(of[b] - 1) : 0;
+            }
         }
     } lengths;
 
     const unsigned char* in = reinterpret_cast<const unsigned char*>(m_impl->text.getAnsi());
     const std::size_t length = m_impl->text.getSizeAnsi();
     std::size_t size = length;
-    for (std::size_t i = 0; i < length; ++i) {
-        if (lengths.of[in[i]] != 0)
-            size += lengths.of[in[i]] - 1;
-    }
+    for (std::size_t i = 0; i < length; ++i)
+        size += lengths.extra[in[i]];
     std::string out(size, '\0');
     char* w = &out[0];
     for (std::size_t i = 0; i < length; ++i) {

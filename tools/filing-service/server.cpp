@@ -336,7 +336,10 @@ void serve(const Options& options)
         throw std::runtime_error("cannot listen on " + options.listen);
     lengthen_queue();
 
-    std::thread stopper([&server, stop_signals] {
+    // A stop before the server runs would be lost (the HTTP layer ignores it then), so the stopper
+    // waits for the listening loop to run before it stops it.
+    std::atomic<bool> listening_done{false};
+    std::thread stopper([&server, &listening_done, stop_signals] {
         int signal_number = 0;
         sigwait(&stop_signals, &signal_number);
         {
@@ -344,7 +347,13 @@ void serve(const Options& options)
             g_stopping = true;
         }
         g_stop_signal.notify_all();
-        server->stop();
+        while (!listening_done) {
+            if (server->is_running()) {
+                server->stop();
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
     });
 
     const bool v6 = address.host.find(':') != std::string::npos;
@@ -353,7 +362,9 @@ void serve(const Options& options)
     std::fflush(stdout);
 
     server->listen_after_bind();
-    // Ends the stopper when the server stopped for a reason of its own.
+    listening_done = true;
+    // Wakes the stopper when the server stopped for a reason of its own; after a stop signal the
+    // extra signal stays pending, blocked, and goes with the process.
     pthread_kill(stopper.native_handle(), SIGUSR1);
     stopper.join();
 }
