@@ -20,6 +20,8 @@
 //
 // The server gets SIGTERM when the thread that started it ends, so that a test process that dies
 // (a crash, an abort) leaves no server behind: start it on a thread that outlives the object.
+// A client still writing when the server cuts the connection (the close fault, the body limits)
+// meets SIGPIPE unless it sends with MSG_NOSIGNAL or the process ignores the signal.
 // Not thread-safe: use one object from one thread. Header-only, Linux.
 
 #include <fcntl.h>

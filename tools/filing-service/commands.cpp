@@ -140,16 +140,23 @@ Command add_serve_command(CLI::App& app)
                         "Certificate (PEM); without it a self-signed one for localhost is made in DIR");
     command->add_option("--key", options->key, "Private key (PEM) of --cert");
     command->add_flag("--plain-http", options->plain_http, "Serve plain HTTP instead of HTTPS");
-    command->add_option("--max-body", options->max_body, "Largest request body in bytes")->capture_default_str();
+    command->add_option("--max-body", options->max_body, "Largest request body in bytes")
+        ->check(CLI::Range(std::size_t{1024}, std::size_t{1} << 30))
+        ->capture_default_str();
     command->add_option("--read-timeout-ms", options->read_timeout_ms,
                         "Longest wait for one read or write on a connection")
+        ->check(CLI::Range(1L, 3600000L))
         ->capture_default_str();
     command->add_option("--request-timeout-ms", options->request_timeout_ms,
                         "Longest time for a whole request body to arrive")
+        ->check(CLI::Range(1L, 3600000L))
         ->capture_default_str();
     command->add_option("--keep-alive", options->keep_alive_s, "Seconds an idle connection is kept open")
+        ->check(CLI::Range(0L, 3600L))
         ->capture_default_str();
-    command->add_option("--threads", options->threads, "Connections served at once")->capture_default_str();
+    command->add_option("--threads", options->threads, "Connections served at once")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
     return Command{command, [options] {
                        if (::mkdir(options->data.c_str(), 0700) != 0 && errno != EEXIST)
                            throw CommandError("cannot make the data directory " + options->data + ": " +
@@ -298,8 +305,8 @@ Command add_fault_command(CLI::App& app)
     o->fault.remaining = 1;
     CLI::App* command = app.add_subcommand(
         "fault", "Queue a fault: the next --count requests of --op get --kind instead of the normal reply.\n"
-                 "Faults are used oldest first. Kinds (the last four still perform the operation; so does\n"
-                 "soap-env):\n" +
+                 "Faults are used oldest first. Kinds (soap-env, delay, gzip and chunked still perform the\n"
+                 "operation; the others replace it):\n" +
                      fs_ops::fault_kinds_help());
     add_data_option(command, o->data);
     std::vector<std::string> operations(std::begin(fs_soap::kOperations), std::end(fs_soap::kOperations));

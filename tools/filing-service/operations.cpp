@@ -32,8 +32,8 @@ const char* const kFaultKinds[] = {
     "soap-env      the operation's normal reply, but under SOAP-ENV:Body instead of soap:Body",
     "html-500      HTTP 500 with an HTML error page",
     "not-xml       HTTP 200 with a body that is not XML",
-    "delay         the normal reply after --ms milliseconds",
     "close         the connection closed without any reply",
+    "delay         the normal reply after --ms milliseconds",
     "gzip          the normal reply, gzip-compressed (Content-Encoding: gzip)",
     "chunked       the normal reply with chunked transfer encoding",
     nullptr};

@@ -12,7 +12,7 @@ struct Options {
     std::string cert;
     std::string key;
     bool plain_http = false;
-    std::size_t max_body = 32u << 20;  // bytes
+    std::size_t max_body = 16u << 20;  // bytes
     long read_timeout_ms = 5000;       // one read or write on a connection
     long request_timeout_ms = 30000;   // a whole request body
     long keep_alive_s = 2;
