@@ -1,5 +1,8 @@
 #include <vellument/Ostrel_Format.h>
 
+#include <cstdint>
+#include <cstring>
+
 namespace Ostrel {
 namespace Format {
 
@@ -78,6 +81,23 @@ void for_each_utf16(const std::u16string& text, Fn fn)
     }
 }
 
+// The length of the run of bytes below 0x80 from the start, eight at a time where it can:
+// texts are mostly ASCII, and the conversions copy such runs whole.
+std::size_t ascii_run(const char* text, std::size_t length)
+{
+    std::size_t i = 0;
+    while (i + 8 <= length) {
+        std::uint64_t word;
+        std::memcpy(&word, text + i, sizeof word);
+        if ((word & 0x8080808080808080ULL) != 0)
+            break;
+        i += 8;
+    }
+    while (i < length && static_cast<unsigned char>(text[i]) < 0x80)
+        ++i;
+    return i;
+}
+
 } // namespace
 
 void AppendUtf8(std::string& out, char32_t ch)
@@ -130,12 +150,13 @@ std::string AnsiToUtf8(const char* text, std::size_t length)
     if (text == nullptr)
         return out;
     out.reserve(length + length / 8);
-    for (std::size_t i = 0; i < length; ++i) {
-        unsigned char b = static_cast<unsigned char>(text[i]);
-        if (b < 0x80)
-            out.push_back(static_cast<char>(b));
-        else
-            AppendUtf8(out, Cp1252ToUnicode(b));
+    std::size_t i = 0;
+    while (i < length) {
+        const std::size_t run = ascii_run(text + i, length - i);
+        out.append(text + i, run);
+        i += run;
+        if (i < length)
+            AppendUtf8(out, Cp1252ToUnicode(static_cast<unsigned char>(text[i++])));
     }
     return out;
 }
@@ -154,11 +175,11 @@ std::string Utf8ToAnsi(const char* text, std::size_t length)
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
     std::size_t i = 0;
     while (i < length) {
-        if (p[i] < 0x80) {
-            out.push_back(static_cast<char>(p[i]));
-            ++i;
-            continue;
-        }
+        const std::size_t run = ascii_run(text + i, length - i);
+        out.append(text + i, run);
+        i += run;
+        if (i == length)
+            break;
         char32_t ch = 0;
         std::size_t n = decode_utf8(p, length, i, ch);
         if (n == 0) {
@@ -228,11 +249,7 @@ std::u16string AnsiToWide(const std::string& text)
 
 bool IsAscii(const char* text, std::size_t length)
 {
-    for (std::size_t i = 0; i < length; ++i) {
-        if (static_cast<unsigned char>(text[i]) >= 0x80)
-            return false;
-    }
-    return true;
+    return ascii_run(text, length) == length;
 }
 
 bool IsValidUtf8(const char* text, std::size_t length)

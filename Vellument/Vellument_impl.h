@@ -69,6 +69,9 @@ public:
     void save_vellument();
     // The save that follows a change of the trail while opening.
     void save_after_open();
+    // Mirrors into the database that the object last used (none on a fresh object: then only the
+    // file is written) and writes the file; the database's result.
+    bool save_to_current_database();
 
     // --- The trail -----------------------------------------------------------------------------
 
@@ -85,6 +88,25 @@ public:
     void clear_current_package();
     bool is_package_ready_to_efile() const;
     std::string get_history_file_location() const;
+
+    // --- The server's view ----------------------------------------------------------------------
+
+    void update_status_from_web();
+    // The current status has an e-filed copy.
+    bool any_efilings_found() const;
+    // The server's status (caller deletes): the ".TestStatus" file beside the document when there
+    // is one, else the web service's. Null when there is nothing to compare with (also for a test
+    // file that doesn't parse); web_service_error then tells a fault from a plain absence.
+    CStatus* get_server_status();
+    // The copy's identifier as the server knows it: a Local copy's e-file code from the local list.
+    std::string get_server_identifier(const CCopy* copy, Vellument::FILING_TYPE server_type) const;
+    // Puts back into the current status the copies that the last bug fix read from the file took out.
+    void recover_reappearing_copies_from_last_bug_fix_transaction();
+    // Closes the trail as "Status Change" or "Server Deletion" and carries the copies as the server
+    // now has them.
+    void create_status_change_transaction(CStatus* server_status);
+    // Closes the trail as "Bug Fix" and carries every copy but the e-filed ones the server lacks.
+    void create_bug_fix_transaction(CStatus* server_status);
 
     // --- Viewer task list -------------------------------------------------------------------------
 

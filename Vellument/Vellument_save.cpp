@@ -21,9 +21,10 @@
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_Log.h>
 #include <vellument/Ostrel_XML.h>
+#include <vellument/ServerFunctions.h>
+#include <vellument/eFileSOAPS.h>
 
 #include "Ostrel/LogMacros.h"
-#include "Vellument/WebSeam.h"
 
 namespace {
 
@@ -97,15 +98,17 @@ bool vellument_impl::validate_vellument(std::string& name, const char* year_argu
         year = name.substr(from, 4);
     }
 
+    const char* filer = ein != nullptr ? ein : "";
     int error = 0;
-    const std::string server_hash = WebSeam::get_server_hash(ein != nullptr ? ein : "", form_type.c_str(),
-                                                             year.c_str(), error);
+    const std::string server_hash = eFileSOAPS::get_vellument_hash(filer, form_type.c_str(), year.c_str(), error);
     VLOG(3, "[Vellument] Server Hash = %s\n", server_hash.c_str());
     server_hash_exists = !server_hash.empty();
     downloaded_vellument = false;
 
+    // The download is recorded whether or not it worked: the .Backup is the way back.
     if (upload_good && !server_hash.empty() && file_hash != server_hash && error == 0 &&
-        WebSeam::download(ein != nullptr ? ein : "", form_type.c_str(), year.c_str(), name.c_str())) {
+        !skip_download(year.c_str(), form_type.c_str())) {
+        download_vellument(filer, form_type.c_str(), year.c_str(), name.c_str());
         VLOG(3, "[Vellument] Saving Hash from Server %s\n", server_hash.c_str());
         name = Ostrel::Format::ToUpperAscii(name);
         _SetValue(settings.c_str(), name.c_str(), server_hash.c_str());
@@ -154,13 +157,16 @@ void vellument_impl::save_vellument()
          static_cast<long>(error));
 }
 
+bool vellument_impl::save_to_current_database()
+{
+    return database->_saveThroughPath(*this, database->getDatabasePath(), database->getDatabasePassword(),
+                                      std::string());
+}
+
 void vellument_impl::save_after_open()
 {
-    // The mirror is refreshed with the database that the object last used (none on a fresh
-    // object: then only the file is written).
-    const std::string path = database->getDatabasePath();
-    if (database->_saveThroughPath(*this, path, database->getDatabasePassword(), std::string()))
-        VLOG(3, "SAVING VELLUMENT TO DB %s", path.c_str());
+    if (save_to_current_database())
+        VLOG(3, "SAVING VELLUMENT TO DB %s", database->getDatabasePath().c_str());
 }
 
 int vellument_impl::save(const char* file_name)
@@ -232,8 +238,8 @@ int vellument_impl::save(const char* file_name)
 
     VLOG(3, "[Vellument] Calling StoreVellument %s \n", target.c_str());
     int upload_result = kUploadNotSent;
-    WebSeam::upload(filing_ein.c_str(), form_type_string.c_str(), filing_year.c_str(), hash.c_str(), target.c_str(),
-                    upload_result);
+    eFileSOAPS::StoreVellument(filing_ein.c_str(), form_type_string.c_str(), filing_year.c_str(), hash.c_str(),
+                               target.c_str(), upload_result);
     VLOG(3, "[Vellument] StoreVellument returned %d \n", upload_result);
     _SetValue(settings_upper.c_str(), (kUploadPrefix + target).c_str(), upload_result == 0 ? "true" : "false");
     return result;

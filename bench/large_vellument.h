@@ -18,6 +18,7 @@
 #include <vellument/CVellument.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
+#include "tests/loopback_settings.h"
 
 namespace large_vellument {
 
@@ -56,12 +57,17 @@ inline void fill_base(const CFilingBase* unit, int i, int k)
 }
 
 // A new scratch directory holding a company folder "Co" with its Histories; the caller removes it.
+// The process's settings go to root/AppData, with the filing service on a loopback port that
+// refuses: saving an e-filed trail uploads it, and no benchmark reaches beyond the machine.
 inline std::string make_scratch_company()
 {
     std::string root = std::filesystem::temp_directory_path().string() + "/vlm-bench-XXXXXX";
     if (mkdtemp(root.data()) == nullptr)
         std::abort();
     std::filesystem::create_directories(root + "/Co/Histories");
+    std::filesystem::create_directories(root + "/AppData");
+    setenv("VELLUMENT_APPDATA", (root + "/AppData").c_str(), 1);
+    loopback::point_settings_at(root + "/AppData", loopback::service_url(loopback::refusing_port()));
     return root;
 }
 

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <unistd.h>
 
 #include <vellument/Ostrel_Database.h>
+
+#include "loopback_settings.h"
 
 // Each test process writes its log and settings into a private directory, never into the user's.
 int main(int argc, char** argv)
@@ -16,6 +19,9 @@ int main(int argc, char** argv)
     if (mkdtemp(base.data()) != nullptr) {
         appdata = base;
         setenv("VELLUMENT_APPDATA", appdata.c_str(), 1);
+        // Every normal open of a live vellument asks the filing server: a test that starts no
+        // service of its own meets a loopback port that refuses.
+        loopback::point_settings_at(appdata, loopback::service_url(loopback::refusing_port()));
         // Every vellument reads the local list of the reference database; give it an empty one,
         // as an installed application has, so that no test meets the missing-database message
         // unless it asks for it.

@@ -21,6 +21,8 @@
 #include <vellument/CVellument.h>
 
 #include "company_fixture.h"
+#include "filing_service_fixture.h"
+#include "loopback_settings.h"
 
 using namespace vlmtest;
 using nlohmann::json;
@@ -33,14 +35,10 @@ struct Result {
     std::string err;
 };
 
-// Runs the program with the arguments and extra environment; stdin is /dev/null, so no prompt.
-Result run(const std::vector<std::string>& args, const std::map<std::string, std::string>& env = {})
+// Runs a program with the arguments and extra environment; stdin is /dev/null, so no prompt.
+Result run_program(const std::string& program, const std::vector<std::string>& args,
+                   const std::map<std::string, std::string>& env = {})
 {
-#ifndef VELLUMENT_CLI_PATH
-    (void)args;
-    (void)env;
-    return Result{};
-#else
     testutil::TempDir capture;
     const std::string out_path = capture.file("out");
     const std::string err_path = capture.file("err");
@@ -55,11 +53,11 @@ Result run(const std::vector<std::string>& args, const std::map<std::string, std
         for (const auto& entry : env)
             setenv(entry.first.c_str(), entry.second.c_str(), 1);
         std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(VELLUMENT_CLI_PATH));
+        argv.push_back(const_cast<char*>(program.c_str()));
         for (const std::string& arg : args)
             argv.push_back(const_cast<char*>(arg.c_str()));
         argv.push_back(nullptr);
-        execv(VELLUMENT_CLI_PATH, argv.data());
+        execv(program.c_str(), argv.data());
         _exit(127);
     }
     int status = 0;
@@ -69,6 +67,17 @@ Result run(const std::vector<std::string>& args, const std::map<std::string, std
     result.out = testutil::read_file(out_path);
     result.err = testutil::read_file(err_path);
     return result;
+}
+
+// Runs the built tool.
+Result run(const std::vector<std::string>& args, const std::map<std::string, std::string>& env = {})
+{
+#ifndef VELLUMENT_CLI_PATH
+    (void)args;
+    (void)env;
+    return Result{};
+#else
+    return run_program(VELLUMENT_CLI_PATH, args, env);
 #endif
 }
 
@@ -135,14 +144,14 @@ protected:
 
 TEST_F(Cli, EveryCommandHasHelp)
 {
-    for (const char* command : {"show", "check", "mirror", "export", "demo"}) {
+    for (const char* command : {"show", "check", "sync", "mirror", "export", "demo"}) {
         const Result result = run({command, "--help"});
         EXPECT_EQ(result.code, 0) << command;
         EXPECT_TRUE(contains(result.out, "Usage")) << command << ": " << result.out;
     }
     const Result top = run({"--help"});
     EXPECT_EQ(top.code, 0);
-    for (const char* command : {"show", "check", "mirror", "export", "demo"})
+    for (const char* command : {"show", "check", "sync", "mirror", "export", "demo"})
         EXPECT_TRUE(contains(top.out, command)) << top.out;
 }
 
@@ -343,18 +352,20 @@ TEST_F(Cli, MirrorAndExportRoundTripWithAPassword)
     EXPECT_EQ(testutil::read_file(co.disk("Exported/Histories/Vellument_W2_2021.BAK")), first);
 }
 
-TEST_F(Cli, DemoWalksOneFilingEndToEnd)
+TEST_F(Cli, DemoWalksTheWholeRoadAgainstAFilingService)
 {
     const std::string dir = co.disk("Demo");
     const Result demo = run({"demo", dir});
     ASSERT_EQ(demo.code, 0) << demo.err << demo.out;
     EXPECT_TRUE(demo.err.empty()) << demo.err;
-    for (const char* step : {"Made the W-2 vellument", "viewer task list", "Played the Viewer", "e-file task list",
-                             "Completed the transaction", "Saved the vellument", "Mirrored", "Opened the file again"})
+    for (const char* step : {"Started the stand-in filing service at https://127.0.0.1:", "Played the Viewer",
+                             "Completed the transaction", "upload status \"true\"", "the service holds FED FE",
+                             "closed as \"Status Change\"", "closed as \"Server Deletion\"", "closed as \"Bug Fix\"",
+                             "copy Federal FE: came back into the status", "closed as \"Server Download\"",
+                             ".Backup", "Opened the file again"})
         EXPECT_TRUE(contains(demo.out, step)) << step << "\n" << demo.out;
-    EXPECT_TRUE(contains(demo.out, "unchanged since the save: yes")) << demo.out;
 
-    // What it left is a library's vellument like any other.
+    // What it left is a library's vellument like any other, with the whole road in its trail.
     std::string vellument;
     for (const auto& entry : std::filesystem::directory_iterator(dir + "/Histories"))
         if (entry.path().extension() == ".VLM")
@@ -362,23 +373,84 @@ TEST_F(Cli, DemoWalksOneFilingEndToEnd)
     ASSERT_FALSE(vellument.empty());
     EXPECT_EQ(parse(run({"check", "--format", "json", vellument}))["changed"], false);
     const json trail = parse(run({"show", "--format", "json", vellument}));
-    const json& transactions = trail["transactions"];
-    ASSERT_EQ(transactions.size(), 2u);
-    EXPECT_EQ(transactions[0]["action"], "Filing");
-    const json& copies = transactions[1]["status"]["copies"];
-    ASSERT_EQ(copies.size(), 3u);
-    for (const json& copy : copies) {
-        if (copy["type"] == "Employee") {
-            EXPECT_EQ(copy["printed"], true);
-        } else {
-            EXPECT_EQ(copy["efiled"], true) << copy.dump();
-            EXPECT_EQ(copy["vlid"], 4711);
-        }
-    }
-    EXPECT_TRUE(std::filesystem::exists(dir + "/vellument.db"));
+    std::vector<std::string> road;
+    for (const json& transaction : trail["transactions"])
+        road.push_back(transaction["action"]);
+    EXPECT_EQ(road, (std::vector<std::string>{"Filing", "Status Change", "Server Deletion", "Bug Fix",
+                                              "Server Download", "None"}));
+
+#ifdef VELLUMENT_CLI_PATH
+    // Without the service program beside it or in the build tree, the demo says so and makes nothing.
+    testutil::TempDir elsewhere;
+    std::filesystem::copy_file(VELLUMENT_CLI_PATH, elsewhere.file("vellument"));
+    const Result alone = run_program(elsewhere.file("vellument"), {"demo", co.disk("Other")});
+    expect_refused(alone, 1, "vellument-filing-service was not found");
+    EXPECT_FALSE(std::filesystem::exists(co.disk("Other")));
+#endif
 
     // A second run refuses the directory, which is no longer new.
     const auto before = co.snapshot();
     expect_refused(run({"demo", dir}), 1, "not empty");
     EXPECT_EQ(co.snapshot(), before);
+}
+
+TEST_F(Cli, SyncAndCheckServerFollowTheFilingService)
+{
+    if (!FilingService::available())
+        GTEST_SKIP() << "the filing service is not built";
+    FilingService service;
+    const std::string appdata = std::getenv("VELLUMENT_APPDATA");
+    service.write_settings(appdata);
+    struct Restore {
+        std::string appdata;
+        ~Restore() { loopback::point_settings_at(appdata, loopback::service_url(loopback::refusing_port())); }
+    } restore{appdata};
+
+    // An e-filed trail, saved and so uploaded by the library.
+    const std::string status = "<Copy Type=\"Federal\" Identifier=\"FE\" Efiled=\"true\"/>"
+                               "<Copy Type=\"State\" Identifier=\"MN\" Efiled=\"true\"/>"
+                               "<Copy Type=\"Employer\" Identifier=\"FE\" Printed=\"true\"/>";
+    const std::string root = "FormType=\"W-2_SSA\" FilingYear=\"2021\" FilingEIN=\"12-3456789\"";
+    co.write(kDisk, trail(root, transaction("Filing") + transaction("None", status)));
+    co.record_hash(kName);
+    {
+        CVellument v;
+        v.open(co.win(kName).c_str(), "", "", "", false, false);
+        ASSERT_NE(v.save(nullptr), 0);
+    }
+    const json same = parse(run({"check", "--server", "--format", "json", file()}));
+    EXPECT_EQ(same["server_hash"], same["md5"]);
+    EXPECT_EQ(same["download"], false);
+
+    // Another workstation stores a newer version: check tells, without writing anything, and sync
+    // brings it down.
+    const std::string theirs = co.disk("theirs.xml");
+    testutil::write_file(theirs,
+                         trail(root, transaction("Filing") + transaction("Printing") + transaction("None", status)));
+    ASSERT_EQ(service.admin({"put", "--ein", "12-3456789", "--form", "W-2_SSA", "--year", "2021", theirs}).code, 0);
+    const auto before = co.snapshot();
+    const json differs = parse(run({"check", "--server", "--format", "json", file()}));
+    EXPECT_EQ(differs["download"], true);
+    EXPECT_EQ(differs["server_hash"], md5_hex(testutil::read_file(theirs)));
+    EXPECT_TRUE(contains(differs["download_reason"].get<std::string>(), "Server Download"));
+    EXPECT_EQ(co.snapshot(), before);
+
+    const json synced = parse(run({"sync", "--format", "json", file()}));
+    EXPECT_EQ(synced["downloaded"], true);
+    EXPECT_TRUE(contains(synced["backup"].get<std::string>(), ".Backup")) << synced.dump();
+    ASSERT_EQ(synced["transactions"].size(), 1u);
+    EXPECT_EQ(synced["transactions"][0]["action"], "Server Download");
+    EXPECT_EQ(synced["upload_status"], "true");
+
+    // The service changes its mind about a copy: sync says which and how.
+    ASSERT_EQ(service.admin({"set-copy", "--ein", "12-3456789", "--form", "W-2_SSA", "--year", "2021", "--type", "FED",
+                             "--code", "FE", "--replaceable", "true"}).code, 0);
+    const Result text = run({"sync", file()});
+    ASSERT_EQ(text.code, 0) << text.err;
+    EXPECT_TRUE(contains(text.out, "closed as Status Change")) << text.out;
+    EXPECT_TRUE(contains(text.out, "Federal FE: replaceable no -> yes")) << text.out;
+
+    // A fault of the service: one line, exit 1.
+    ASSERT_EQ(service.admin({"fault", "--op", "GetSubmissionStatus", "--kind", "system-error"}).code, 0);
+    expect_refused(run({"sync", file()}), 1, "the filing service gave no usable status");
 }

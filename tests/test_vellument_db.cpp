@@ -298,6 +298,7 @@ TEST_F(Mirror, EncryptedMirrorNeedsItsPasswordUnlessDecryptFilesSaysOtherwise)
     // DecryptFiles other than "N" opens databases without their password.
     const std::string settings = Ostrel::FileSystem::MapPath(
         (Ostrel::FileSystem::GetOstrelLocalAppDataDirectory() + "Settings.ini").c_str());
+    const std::string kept = testutil::read_file(settings);
     testutil::write_file(settings, "[Debug]\r\ndecryptfiles=y\r\n");
     const std::string plain = co.disk("plain.db");
     EXPECT_TRUE(v->save_to_vellument_database(plain, "pw", ""));
@@ -306,7 +307,7 @@ TEST_F(Mirror, EncryptedMirrorNeedsItsPasswordUnlessDecryptFilesSaysOtherwise)
     CVellument keyed;  // the plain file refuses a key
     EXPECT_FALSE(keyed.read_from_vellument_database(co.win("Histories\\Vellument_W2_2021.VLM").c_str(), "", "", "",
                                                     plain, "pw"));
-    std::filesystem::remove(settings);
+    testutil::write_file(settings, kept);
 }
 
 TEST_F(Mirror, OlderSchemaIsDroppedAndBuiltAnew)

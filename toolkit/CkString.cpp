@@ -71,6 +71,12 @@ void CkString::append(const char* text)
     }
     if (length == 0)
         return;
+    // The code page maps every byte and back, so a first text can be kept as it comes; the
+    // UTF-8 form is made when something asks for it.
+    if (m_impl->text.isEmpty()) {
+        m_impl->text.setAnsi(std::string(text, length));
+        return;
+    }
     std::string utf8 = Ostrel::Format::AnsiToUtf8(text, length);
     m_impl->text.appendUtf8(utf8.data(), utf8.size());
 }
@@ -82,16 +88,34 @@ void CkString::Append(const char* text)
 
 void CkString::entityEncode()
 {
+    // Lengths of the entities, so that the result is sized once and filled in place.
+    static const struct Lengths {
+        unsigned char of[256];
+        unsigned char extra[256];  // what the entity adds to the byte it replaces
+        Lengths()
+        {
+            for (int b = 0; b < 256; ++b) {
+                of[b] = kEntities[b] != nullptr ? static_cast<unsigned char>(std::strlen(kEntities[b])) : 0;
+                extra[b] = of[b] != 0 ? static_cast<unsigned char>(of[b] - 1) : 0;
+            }
+        }
+    } lengths;
+
     const unsigned char* in = reinterpret_cast<const unsigned char*>(m_impl->text.getAnsi());
-    std::size_t length = m_impl->text.getSizeAnsi();
-    std::string out;
-    out.reserve(length + length / 8);
+    const std::size_t length = m_impl->text.getSizeAnsi();
+    std::size_t size = length;
+    for (std::size_t i = 0; i < length; ++i)
+        size += lengths.extra[in[i]];
+    std::string out(size, '\0');
+    char* w = &out[0];
     for (std::size_t i = 0; i < length; ++i) {
-        const char* entity = kEntities[in[i]];
-        if (entity != nullptr)
-            out.append(entity);
-        else
-            out.push_back(static_cast<char>(in[i]));
+        const unsigned char n = lengths.of[in[i]];
+        if (n == 0) {
+            *w++ = static_cast<char>(in[i]);
+        } else {
+            std::memcpy(w, kEntities[in[i]], n);
+            w += n;
+        }
     }
     m_impl->text.setAnsi(std::move(out));
 }

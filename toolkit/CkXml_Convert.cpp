@@ -236,3 +236,13 @@ std::string convertXmlToUtf8(const char* data, std::size_t size)
     }
     return std::string(data, size);
 }
+
+std::string xmlDeclaredEncoding(const char* data, std::size_t size)
+{
+    return data == nullptr ? std::string() : declaredEncoding(data, size);
+}
+
+bool convertNamedToUtf8(const std::string& name, const char* data, std::size_t size, std::string& out)
+{
+    return fromNamed(lower(name), data, size, std::memchr(data, 0, size) != nullptr, out);
+}

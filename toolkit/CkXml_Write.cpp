@@ -11,21 +11,34 @@ namespace {
 // Indentation stops growing here, so that deep trees cost linear time and space.
 const int kMaxIndentDepth = 50;
 
+const char* attributeEscape(char c)
+{
+    switch (c) {
+    case '"': return "&quot;";
+    case '&': return "&amp;";
+    case '>': return "&gt;";
+    case '<': return "&lt;";
+    case '\'': return "&apos;";
+    case '\t': return "&#x9;";
+    case '\n': return "&#xA;";
+    case '\r': return "&#xD;";
+    default: return nullptr;
+    }
+}
+
 void appendEscapedAttribute(std::string& out, const std::string& value)
 {
-    for (char c : value) {
-        switch (c) {
-        case '"': out += "&quot;"; break;
-        case '&': out += "&amp;"; break;
-        case '>': out += "&gt;"; break;
-        case '<': out += "&lt;"; break;
-        case '\'': out += "&apos;"; break;
-        case '\t': out += "&#x9;"; break;
-        case '\n': out += "&#xA;"; break;
-        case '\r': out += "&#xD;"; break;
-        default: out.push_back(c); break;
-        }
+    // Most values have nothing to escape: runs between escapes go out whole.
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const char* escape = attributeEscape(value[i]);
+        if (escape == nullptr)
+            continue;
+        out.append(value, start, i - start);
+        out += escape;
+        start = i + 1;
     }
+    out.append(value, start, std::string::npos);
 }
 
 void appendAttributes(std::string& out, const AttributeSet& set)

@@ -37,6 +37,11 @@ libs="$work/prefix/lib:$work/prefix/lib/x86_64-linux-gnu"
 cmake -S examples -B "$work/example" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/example" >/dev/null
 export VELLUMENT_APPDATA="$work/appdata"
+# A normal open asks the filing service for its hash: point it at a loopback port where nothing
+# listens, never at the production host.
+mkdir -p "$VELLUMENT_APPDATA"
+printf '[DEBUG]\r\nTestMode=Y\r\nW2StatusServerAddress=https://127.0.0.1:1/supportservices.asmx\r\n' \
+  > "$VELLUMENT_APPDATA/Settings.ini"
 LD_LIBRARY_PATH="$libs" "$work/example/trail_example" "$work/company" >/dev/null
 if [ -x "$work/prefix/bin/vellument" ]; then
   for vlm in "$work"/company/Histories/*.VLM; do

@@ -7,6 +7,8 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-dev
   libcli11-dev nlohmann-json3-dev
+  libcpp-httplib-dev libsqlite3-dev
+  libcurl4-openssl-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -44,8 +44,11 @@ public:
     // Opens the vellument file: upper-cases the name (empty means "Vellument.XML") and sets the
     // company directory from it. Unless read_only, the file's MD5 is checked against the hash that
     // the last save recorded in Histories\Vellument.INI, so that an edit made outside the library
-    // is closed in the trail as "User Edit", and the trail is saved if it changed. A missing or
-    // malformed file gives a fresh document with one transaction. Filing year, EIN and vendor code
+    // is closed in the trail as "User Edit", and against the hash that the filing server holds: a
+    // ".VLM" whose last upload from this directory succeeded is replaced by the server's copy when
+    // the two differ (the file kept as a time-stamped ".Backup"), closed as "Server Download". The
+    // trail is saved if it changed; a download's write failure throws std::ios_base::failure. A
+    // missing or malformed file gives a fresh document with one transaction. Filing year, EIN and vendor code
     // are taken from the arguments only where the file has none. is_test marks the current
     // transaction. A read-only open writes nothing and contacts no server.
     //
@@ -64,6 +67,15 @@ public:
     // gets the current time as its ModifiedDate. A failed write is logged and shown in a message
     // box. Returns 0 on failure, non-zero on success.
     int save(const char* file_name) const;
+
+    // Compares each copy of the current status with what the filing server (or a ".TestStatus"
+    // file beside the document) says of it, when the status has an e-filed copy. A changed
+    // replaceable or deleted flag closes the trail as "Status Change" or "Server Deletion"; an
+    // e-filed copy that the server lacks closes it as "Bug Fix" and leaves the new status without
+    // it. Copies that the last "Bug Fix" read from the file took out are put back first. Each new
+    // transaction is saved (database mirror and file). A fault of the service leaves the trail as
+    // it was and sets is_web_service_error.
+    void update_status_from_web() const;
 
     // Root attributes of the document.
     std::string get_document_type() const;

@@ -25,7 +25,8 @@ public:
     CkHttp& operator=(const CkHttp&) = delete;
 
     // Sets a request header, replacing a value of the same name (any case) in place or appending
-    // it; an empty or null value removes it. The list starts as "Accept: */*".
+    // it; an empty or null value removes it. The list starts as "Accept: */*". A name or value
+    // with a line break (or a name with a colon) is ignored.
     void SetRequestHeader(const char* name, const char* value);
 
     // Posts xml, converted to charset, to url and waits for the reply. The response (caller

@@ -37,6 +37,7 @@
 // The vellument
 #include <vellument/CVellument.h>
 #include <vellument/LocalList.h>
+#include <vellument/ServerFunctions.h>
 
 // The SQL mirror
 #include <vellument/Ostrel_Database.h>

@@ -25,9 +25,17 @@ struct Command {
 
 Command add_show_command(CLI::App& app, const Context& context);
 Command add_check_command(CLI::App& app, const Context& context);
+Command add_sync_command(CLI::App& app, const Context& context);
 Command add_mirror_command(CLI::App& app, const Context& context);
 Command add_export_command(CLI::App& app, const Context& context);
 Command add_demo_command(CLI::App& app, const Context& context);
+
+// What `sync` does: a normal open of the vellument at the library path and the comparison with the
+// server's status, as the report that `sync --format json` prints. A fault of the service throws
+// cli::Error.
+nlohmann::json sync_vellument(const std::string& library, const std::string& shown);
+// That report in plain words.
+void print_sync(std::ostream& out, const nlohmann::json& report);
 
 // The readable timeline of a trail given as trail_to_json made it.
 void print_timeline(std::ostream& out, const nlohmann::json& trail);

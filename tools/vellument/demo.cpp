@@ -1,5 +1,6 @@
 // `vellument demo DIR`: the road of one W-2 filing through the library, end to end, in a new
-// company directory, saying what each step did.
+// company directory, against a stand-in filing service that the demo starts on this machine,
+// saying what each step did.
 
 #include <ctime>
 #include <filesystem>
@@ -26,6 +27,8 @@
 
 #include "cli_support.h"
 #include "commands.h"
+#include "demo_road.h"
+#include "filing_service.h"
 #include "trail_json.h"
 
 namespace cli {
@@ -36,17 +39,6 @@ const char kEin[] = "12-3456789";
 const char kVendor[] = "DEMO";
 const int kVlid = 4711;
 const char kInvoice[] = "125.00";
-
-class Steps {
-public:
-    explicit Steps(std::ostream& out) : out_(out) {}
-    void say(const std::string& text) { out_ << ++number_ << ". " << text << "\n"; }
-    void detail(const std::string& text) { out_ << "   " << text << "\n"; }
-
-private:
-    std::ostream& out_;
-    int number_ = 0;
-};
 
 // The year whose forms are filed now.
 std::string last_year()
@@ -130,42 +122,28 @@ std::string yes(bool flag)
     return flag ? "yes" : "no";
 }
 
-void run_demo(const std::string& argument)
+// The demo's own local application data: its Settings.ini points the library at the service, and
+// an empty local list stands in for the application's reference database.
+void use_private_appdata(const std::string& appdata, const std::string& service_url)
 {
-    const std::string directory = library_path(argument);
-    if (file_exists(directory))
-        throw Error(argument + " is a file; the demo needs a new or empty directory");
-    std::error_code ec;
-    if (directory_exists(directory) && !std::filesystem::is_empty(disk_path(directory), ec))
-        throw Error(argument + " is not empty; the demo makes a new company directory");
+    const std::string disk = disk_path(appdata);
+    setenv("VELLUMENT_APPDATA", disk.c_str(), 1);
+    const std::string reference = disk + "/OstrelData.db";
+    Ostrel::DatabaseEx database;
+    if (!database.OpenFile(reference, "") || !database.Execute("CREATE TABLE LocalList (Code TEXT, Name TEXT);"))
+        throw Error("cannot make the demo's reference database " + reference);
+    setenv("VELLUMENT_REFERENCE_DB", reference.c_str(), 1);
+    const std::string settings = disk + "/Settings.ini";
+    if (!Ostrel::Profile::WritePrivateProfileStringA("DEBUG", "TestMode", "Y", settings.c_str()) ||
+        !Ostrel::Profile::WritePrivateProfileStringA("DEBUG", "W2StatusServerAddress", service_url.c_str(),
+                                                     settings.c_str()))
+        throw Error("cannot write " + settings);
+}
 
-    Steps steps(std::cout);
-    for (const char* sub : {"", "\\Histories", "\\Drafts"}) {
-        if (!Ostrel::FileSystem::CreateDirectoryA((directory + sub).c_str()))
-            throw Error("cannot make the directory " + directory + sub);
-    }
-    steps.say("Made the company directory " + argument + " (" + utf8(directory) +
-              " to the library) with its Histories and Drafts folders.");
-
-    // The vellument of this company's W-2 forms, in Histories as the application keeps it.
-    const std::string year = last_year();
-    const std::string name = directory + "\\Histories\\" +
-                             CVellument::build_file_name(Vellument::FORM_TYPES_W2, Vellument::EXTENSION_VLM,
-                                                         year.c_str(), "");
-    CVellument vellument;
-    vellument.open(name.c_str(), kEin, year.c_str(), kVendor, false, false);
-    vellument.set_form_type_string("W-2_SSA");
-    vellument.set_filing_period_start(("01/01/" + year).c_str());
-    vellument.set_filing_period_end(("12/31/" + year).c_str());
-    const std::string company = CPathHandling::get_company_dir();
-    const std::string file = vellument.get_vellument_name();
-    if (vellument.save(nullptr) == 0)
-        throw Error("saving the new vellument " + file + " failed");
-    steps.say("Made the W-2 vellument " + utf8(file) + " for " + year + ".");
-    steps.detail("No file stood there, so the trail starts with one open transaction. Saved it: its hash went");
-    steps.detail("to Histories\\Vellument.INI.");
-
-    // The application's part: what this filing step prepares.
+// The first part of the road: the filing itself, from the package to the saved, e-filed trail.
+void file_the_forms(CVellument& vellument, const DemoFiling& filing, Steps& steps)
+{
+    const std::string& company = filing.company;
     CTransaction* transaction = vellument.get_current_transaction();
     CPackage* package = vellument.get_current_package();
     transaction->set_action(Vellument::ACTION_FILING);
@@ -178,10 +156,13 @@ void run_demo(const std::string& argument)
                                      {Vellument::FORM_TYPE_W3, "Federal W-3 Transmittal", "W3_SSA", "Federal_W3"}}));
     package->add_filing(make_filing(company, Vellument::FILING_TYPE_STATE, "MN", true,
                                     {{Vellument::FORM_TYPE_W2, "State W-2 Copy 1 for Minnesota", "W2_MN", "State_MN_W2"}}));
+    package->add_filing(
+        make_filing(company, Vellument::FILING_TYPE_STATE, "WI", true,
+                    {{Vellument::FORM_TYPE_W2, "State W-2 Copy 1 for Wisconsin", "W2_WI", "State_WI_W2"}}));
     package->add_filing(make_filing(company, Vellument::FILING_TYPE_EMPLOYEE, "", false,
                                     {{Vellument::FORM_TYPE_W2, "Employee W-2 Copies B, C and 2", "W2_EMPLOYEE", "Employee_W2"}}));
     steps.say("Filled the package of the open transaction (action Filing, choice Complete, 3 employees):");
-    steps.detail("Federal FE, e-filed: W-2 Copy A and W-3; State MN, e-filed: W-2 Copy 1;");
+    steps.detail("Federal FE, e-filed: W-2 Copy A and W-3; States MN and WI, e-filed: W-2 Copy 1;");
     steps.detail("Employee, printed and mailed: W-2 Copies B, C and 2.");
 
     const std::string viewer_list = company + "Drafts\\ViewerTasks.xml";
@@ -189,21 +170,12 @@ void run_demo(const std::string& argument)
     steps.say("Wrote the viewer task list " + utf8(viewer_list) + ", one task per form.");
 
     steps.say("Played the Viewer's part:");
-    const int tasks = play_viewer(viewer_list, steps);
-    if (tasks == 0)
+    if (play_viewer(viewer_list, steps) == 0)
         throw Error("the viewer task list holds no task");
 
     const bool all_succeeded = vellument.update_from_viewer_task_list(viewer_list.c_str());
     steps.say("Read the Viewer's results back: all tasks succeeded: " + yes(all_succeeded) +
               "; the e-file step may run: " + yes(package->get_call_efiler_flag()) + ".");
-    for (int i = 0; i < package->get_filing_count(); ++i) {
-        const CFiling* filing = package->get_filing_at(i);
-        const std::string unit = CFilingBase::to_type_string(filing->get_type()) +
-                                 (filing->get_identifier().empty() ? "" : " " + filing->get_identifier());
-        steps.detail(unit + ": " +
-                     (filing->get_efiled_flag() ? std::string("waits for the e-file step")
-                                                : filing->get_printed_successful_flag() ? "printed" : "not printed"));
-    }
 
     const std::string efile_list = company + "Drafts\\EfileTasks.xml";
     vellument.create_efile_task_list(efile_list.c_str());
@@ -222,44 +194,78 @@ void run_demo(const std::string& argument)
               std::to_string(status != nullptr ? status->get_copy_count() : 0) + " copies.");
 
     if (vellument.save(nullptr) == 0)
-        throw Error("saving " + file + " failed");
+        throw Error("saving " + filing.file + " failed");
     const std::string settings = company + "Histories\\Vellument.INI";
-    const std::string backup = file.substr(0, file.size() - 3) + "BAK";
-    steps.say("Saved the vellument: the previous version is kept as " + utf8(file_name_of(backup)) + " (" +
-              (file_exists(backup) ? "present" : "missing") + "),");
-    steps.detail("hash " + _GetValue(settings, "VELLUMENT", file.c_str(), "Not Found", false) +
-                 " recorded in Histories\\Vellument.INI;");
     const std::string upload =
-        _GetValue(settings, "VELLUMENT", ("UploadSucceeded_" + file).c_str(), "Not Found", false);
-    steps.detail("an e-filed trail is uploaded to the filing server on saving; upload status \"" + upload + "\": " +
-                 upload_words(upload) + ".");
+        _GetValue(settings, "VELLUMENT", ("UploadSucceeded_" + filing.file).c_str(), "Not Found", false);
+    steps.say("Saved the vellument: the previous version is kept as .BAK, its hash recorded in "
+              "Histories\\Vellument.INI, and, being e-filed, it was uploaded to the filing service:");
+    steps.detail("upload status \"" + upload + "\": " + upload_words(upload) + ".");
+    if (upload != "true")
+        throw Error("the upload to the filing service failed");
+}
 
-    const std::string database = company + "vellument.db";
-    const int mirrored = mirror_into_database(file, file, database, database, "");
+void run_demo(const std::string& argument)
+{
+    // Before anything is made: the demo can't walk its road without the service.
+    const std::string program = FilingService::find_program();
+    const std::string directory = library_path(argument);
+    if (file_exists(directory))
+        throw Error(argument + " is a file; the demo needs a new or empty directory");
+    std::error_code ec;
+    if (directory_exists(directory) && !std::filesystem::is_empty(disk_path(directory), ec))
+        throw Error(argument + " is not empty; the demo makes a new company directory");
+    // The library reads the form code from between the underscores of the vellument's whole path.
+    if (directory.find('_') != std::string::npos)
+        throw Error(argument + " has an underscore in its path, which would hide the vellument's form code from "
+                    "the library; choose a directory without one");
+
+    Steps steps(std::cout);
+    for (const char* sub : {"", "\\Histories", "\\Drafts", "\\AppData", "\\FilingService"}) {
+        if (!Ostrel::FileSystem::CreateDirectoryA((directory + sub).c_str()))
+            throw Error("cannot make the directory " + directory + sub);
+    }
+    steps.say("Made the company directory " + argument + " (" + utf8(directory) +
+              " to the library) with its Histories and Drafts folders.");
+
+    const std::string service_data = disk_path(directory + "\\FilingService");
+    FilingService service(program, service_data, service_data + "/service.log");
+    use_private_appdata(directory + "\\AppData", service.url());
+    steps.say("Started the stand-in filing service at " + service.url() + " (its data and request log in " +
+              service_data + "); " + argument + "/AppData/Settings.ini points the library at it.");
+
+    // The vellument of this company's W-2 forms, in Histories as the application keeps it.
+    const std::string year = last_year();
+    const std::string name = directory + "\\Histories\\" +
+                             CVellument::build_file_name(Vellument::FORM_TYPES_W2, Vellument::EXTENSION_VLM,
+                                                         year.c_str(), "");
+    CVellument vellument;
+    vellument.open(name.c_str(), kEin, year.c_str(), kVendor, false, false);
+    vellument.set_form_type_string("W-2_SSA");
+    vellument.set_filing_period_start(("01/01/" + year).c_str());
+    vellument.set_filing_period_end(("12/31/" + year).c_str());
+    const DemoFiling filing{CPathHandling::get_company_dir(), vellument.get_vellument_name(), kEin, "W-2_SSA", year};
+    if (vellument.save(nullptr) == 0)
+        throw Error("saving the new vellument " + filing.file + " failed");
+    steps.say("Made the W-2 vellument " + utf8(filing.file) + " for " + year + ".");
+    steps.detail("No file stood there and the service held none, so the trail starts with one open transaction.");
+
+    file_the_forms(vellument, filing, steps);
+    steps.say("The service took in the e-filed copies of the upload:");
+    tell_service_copies(service, filing, steps);
+
+    const std::string database = filing.company + "vellument.db";
+    const int mirrored = mirror_into_database(filing.file, filing.file, database, database, "");
     steps.say("Mirrored " + std::to_string(mirrored) + " transactions into the SQLite file " + utf8(database) + ".");
 
-    {
-        Ostrel::DatabaseEx connection;
-        CVellument from_database;
-        // Said outright: read from the name alone, an underscore in a folder would hide the form code.
-        from_database.set_form_type_string(vellument.get_form_type_string().c_str());
-        if (!connection.OpenExistingFile(database, "") ||
-            !from_database.read_from_vellument_database(file.c_str(), "", year.c_str(), "", &connection))
-            throw Error("the vellument could not be read back from " + database);
-        steps.say("Read it back from the database: " + std::to_string(from_database.get_transaction_count()) +
-                  " transactions, the last action before the open one " +
-                  CTransaction::GetActionTypeToString(
-                      from_database.get_transaction(from_database.get_transaction_count() - 2)->get_action()) +
-                  ".");
-    }
+    walk_server_road(service, filing, steps);
 
     CVellument again;
-    open_trail(again, file, file);
-    const bool unchanged = md5_of_file(file) == _GetValue(settings, "VELLUMENT", file.c_str(), "Not Found", false);
+    open_trail(again, filing.file, filing.file);
     steps.say("Opened the file again, read-only: " + std::to_string(again.get_transaction_count()) +
-              " transactions; unchanged since the save: " + yes(unchanged) + ". The trail:");
+              " transactions. The trail:");
     std::cout << "\n";
-    print_timeline(std::cout, trail_to_json(again, file));
+    print_timeline(std::cout, trail_to_json(again, filing.file));
 }
 
 } // namespace
@@ -267,14 +273,20 @@ void run_demo(const std::string& argument)
 Command add_demo_command(CLI::App& app, const Context& context)
 {
     auto directory = std::make_shared<std::string>();
-    CLI::App* sub = app.add_subcommand("demo", "Walk one W-2 filing through the library in a new company directory");
+    CLI::App* sub = app.add_subcommand("demo", "Walk one W-2 filing through the library and a stand-in filing service");
     sub->footer(
         "Walk one W-2 filing through the library, end to end, in a new company directory DIR (made\n"
-        "when missing; an existing one must be empty), saying what each step did: make the vellument,\n"
-        "fill a package with Federal, State and Employee filings and their forms, write the viewer\n"
-        "task list, play the Viewer's part, read its results back, write the e-file task list, report\n"
-        "the e-file outcome, complete the transaction, save (backup and hash), mirror into an SQLite\n"
-        "file (DIR/vellument.db), read it back, open the file again and show the trail.");
+        "when missing; an existing one must be empty), saying what each step did. The demo starts the\n"
+        "stand-in filing service (vellument-filing-service, found beside this program or in the build\n"
+        "tree) on 127.0.0.1 on a free port, with its data in DIR/FilingService, and a private local\n"
+        "application data directory DIR/AppData whose Settings.ini points the library at it; the\n"
+        "service is stopped at the end. The road: make the vellument, fill a package with Federal,\n"
+        "State and Employee filings, write the viewer task list and play the Viewer, write the e-file\n"
+        "task list, report the e-file outcome, complete the transaction, save (backup, hash and the\n"
+        "upload to the service), mirror into DIR/vellument.db; then the service marks a copy\n"
+        "replaceable (a sync gives \"Status Change\"), deletes one (\"Server Deletion\"), loses an\n"
+        "e-filed one (\"Bug Fix\") and knows it again (the copy comes back), and another workstation\n"
+        "stores a newer version (the open gives \"Server Download\" and keeps a .Backup). Last, the trail.");
     sub->add_option("DIR", *directory, "A new or empty directory")->required();
 
     return Command{sub, [directory, &context]() {

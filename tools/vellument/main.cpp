@@ -16,7 +16,7 @@
 int main(int argc, char** argv)
 {
     cli::Context context;
-    CLI::App app{"Look at, check and mirror vellument audit trails, the XML documents in which the filing\n"
+    CLI::App app{"Look at, check, reconcile and mirror vellument audit trails, the XML documents in which the filing\n"
                  "application records every step of a year-end filing.\n"
                  "Exit codes: 0 done; 1 bad input or a failed operation; 2 a wrong command line.",
                  "vellument"};
@@ -25,9 +25,9 @@ int main(int argc, char** argv)
     app.add_flag("-v,--verbose", context.verbose, "Also print the library's log and messages on stderr");
 
     const std::vector<cli::Command> commands = {
-        cli::add_show_command(app, context),  cli::add_check_command(app, context),
-        cli::add_mirror_command(app, context), cli::add_export_command(app, context),
-        cli::add_demo_command(app, context),
+        cli::add_show_command(app, context),   cli::add_check_command(app, context),
+        cli::add_sync_command(app, context),   cli::add_mirror_command(app, context),
+        cli::add_export_command(app, context), cli::add_demo_command(app, context),
     };
 
     try {
