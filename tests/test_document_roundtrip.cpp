@@ -34,7 +34,7 @@ const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
 
 std::string data_file(const char* name)
 {
-    return (std::filesystem::path(__FILE__).parent_path() / "data" / name).string();
+    return (std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / name).string();
 }
 
 // What the root element holds.

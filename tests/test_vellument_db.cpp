@@ -37,7 +37,7 @@ const char* const kTables[] = {"VLMvellument",  "VLMauditTrail", "VLMcopy",     
 
 std::string data_file(const char* name)
 {
-    return (std::filesystem::path(__FILE__).parent_path() / "data" / name).string();
+    return (std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / name).string();
 }
 
 // Every row of every table, in key order: the whole mirror as text.
