@@ -8,30 +8,19 @@
 #include <stdexcept>
 #include <string>
 
+#include "cli_run.h"
+
 namespace CLI {
 class App;
 }
 
 namespace fs_cli {
 
-enum ExitCode { EXIT_OK = 0, EXIT_INPUT = 1, EXIT_USAGE = 2 };
-
-class CommandError : public std::runtime_error {
-public:
-    explicit CommandError(const std::string& message, int exit_code = EXIT_INPUT)
-        : std::runtime_error(message), exit_code_(exit_code)
-    {
-    }
-    int exit_code() const { return exit_code_; }
-
-private:
-    int exit_code_;
-};
-
-struct Command {
-    CLI::App* parser;
-    std::function<void()> run;
-};
+using tool_cli::EXIT_INPUT;
+using tool_cli::EXIT_OK;
+using tool_cli::EXIT_USAGE;
+using CommandError = tool_cli::Error;
+using tool_cli::Command;
 
 Command add_serve_command(CLI::App& app);
 Command add_copies_command(CLI::App& app);

@@ -29,35 +29,5 @@ int main(int argc, char** argv)
         fs_cli::add_fault_command(app),
     };
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        std::string message = e.what();
-        const std::vector<std::string> left = app.remaining();
-        if (app.get_subcommands().empty() && !left.empty() && !left.front().empty() && left.front()[0] != '-')
-            message = "unknown command \"" + left.front() + "\"";
-        std::fprintf(stderr, "vellument-filing-service: %s (see vellument-filing-service --help)\n",
-                     message.c_str());
-        return fs_cli::EXIT_USAGE;
-    }
-
-    try {
-        for (const fs_cli::Command& command : commands) {
-            if (command.parser->parsed()) {
-                command.run();
-                return fs_cli::EXIT_OK;
-            }
-        }
-        return fs_cli::EXIT_USAGE;
-    } catch (const fs_cli::CommandError& e) {
-        std::fprintf(stderr, "vellument-filing-service: %s\n", e.what());
-        return e.exit_code();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "vellument-filing-service: %s\n", e.what());
-        return fs_cli::EXIT_INPUT;
-    }
+    return tool_cli::run(app, argc, argv, commands);
 }

@@ -9,25 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "cli_run.h"
+
 class CVellument;
 
 namespace cli {
 
-// Exit codes of the tool.
-enum ExitCode { EXIT_OK = 0, EXIT_INPUT = 1, EXIT_USAGE = 2 };
-
-// A failure to report as one line on stderr; the command stops and the tool exits non-zero.
-class Error : public std::runtime_error {
-public:
-    explicit Error(const std::string& message, int exit_code = EXIT_INPUT)
-        : std::runtime_error(message), exit_code_(exit_code)
-    {
-    }
-    int exit_code() const { return exit_code_; }
-
-private:
-    int exit_code_;
-};
+using tool_cli::EXIT_INPUT;
+using tool_cli::EXIT_OK;
+using tool_cli::EXIT_USAGE;
+using tool_cli::Error;
 
 // Options every command takes.
 struct Context {

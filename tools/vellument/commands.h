@@ -10,6 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli_run.h"
+
 namespace CLI {
 class App;
 }
@@ -18,10 +20,7 @@ namespace cli {
 
 struct Context;
 
-struct Command {
-    CLI::App* parser;
-    std::function<void()> run;
-};
+using tool_cli::Command;
 
 Command add_show_command(CLI::App& app, const Context& context);
 Command add_check_command(CLI::App& app, const Context& context);

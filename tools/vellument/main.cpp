@@ -30,39 +30,5 @@ int main(int argc, char** argv)
         cli::add_export_command(app, context), cli::add_demo_command(app, context),
     };
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        // One line, not CLI11's two: scripts read stderr too. A word that is no command is named
-        // rather than reported as a missing command.
-        std::string message = e.what();
-        const std::vector<std::string> left = app.remaining();
-        if (app.get_subcommands().empty() && !left.empty() && !left.front().empty() && left.front()[0] != '-')
-            message = "unknown command \"" + left.front() + "\"";
-        std::fprintf(stderr, "vellument: %s (see vellument --help)\n", message.c_str());
-        return cli::EXIT_USAGE;
-    }
-
-    try {
-        for (const cli::Command& command : commands) {
-            if (command.parser->parsed()) {
-                command.run();
-                return cli::EXIT_OK;
-            }
-        }
-        return cli::EXIT_USAGE;
-    } catch (const cli::Error& e) {
-        std::fprintf(stderr, "vellument: %s\n", e.what());
-        return e.exit_code();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "vellument: unexpected failure: %s\n", e.what());
-        return cli::EXIT_INPUT;
-    } catch (...) {
-        std::fprintf(stderr, "vellument: unexpected failure\n");
-        return cli::EXIT_INPUT;
-    }
+    return tool_cli::run(app, argc, argv, commands);
 }
