@@ -67,3 +67,13 @@ TEST(Format, AsciiCaseHelpers)
     EXPECT_TRUE(EqualsNoCaseAscii("Histories", "HISTORIES"));
     EXPECT_FALSE(EqualsNoCaseAscii("Histories", "HISTORIE"));
 }
+
+TEST(Format, TextHelpers)
+{
+    EXPECT_EQ(TextOf(nullptr), "");
+    EXPECT_EQ(TextOf("a"), "a");
+    // Left to right, and a replacement is not searched again; an empty pattern changes nothing.
+    EXPECT_EQ(ReplaceAll("C:\\CO\\HISTORIES\\HISTORIES\\", "\\HISTORIES\\", "\\"), "C:\\CO\\HISTORIES\\");
+    EXPECT_EQ(ReplaceAll("aaa", "a", "aa"), "aaaaaa");
+    EXPECT_EQ(ReplaceAll("abc", "", "x"), "abc");
+}
