@@ -1,5 +1,6 @@
 #include "Vellument/Vellument_impl.h"
 
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -42,7 +43,9 @@ bool readable_at_bounded_cost(const COXMLDocument* document, const XmlReadingSte
     const std::uint64_t bound = cost.nodes * kReadingStepsPerNode + kReadingStepsAllowed;
     if (cost.work <= bound)
         return true;
-    VLOG(1, "[Vellument] Reading the records of %s would take more than %llu steps for its %llu nodes, the file is not read\n",
+    VLOG(1,
+         "[Vellument] Reading the records of %s would take more than %llu steps for its %llu nodes, "
+         "the file is not read\n",
          path.c_str(), static_cast<unsigned long long>(bound), static_cast<unsigned long long>(cost.nodes));
     return false;
 }
@@ -51,12 +54,12 @@ bool readable_at_bounded_cost(const COXMLDocument* document, const XmlReadingSte
 
 bool vellument_impl::vellument_readable(const COXMLDocument* document, const std::string& path)
 {
-    return readable_at_bounded_cost(document, kVellumentSteps, static_cast<int>(sizeof kVellumentSteps / sizeof kVellumentSteps[0]), path);
+    return readable_at_bounded_cost(document, kVellumentSteps, static_cast<int>(std::size(kVellumentSteps)), path);
 }
 
 bool vellument_impl::status_readable(const COXMLDocument* document, const std::string& path)
 {
-    return readable_at_bounded_cost(document, kStatusSteps, static_cast<int>(sizeof kStatusSteps / sizeof kStatusSteps[0]), path);
+    return readable_at_bounded_cost(document, kStatusSteps, static_cast<int>(std::size(kStatusSteps)), path);
 }
 
 vellument_impl::vellument_impl()

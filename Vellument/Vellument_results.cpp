@@ -70,7 +70,8 @@ void update_from_viewer_task(const CViewerTaskList* list, const CTransaction* tr
         return;
     // The list lends its texts only until its next call: take copies.
     const std::string result_code = list->GetTaskAttribute("ResultCode");
-    const bool result_printed = Ostrel::Format::EqualsNoCaseAscii(Ostrel::Format::TextOf(list->GetTaskAttribute("ResultPrinted")), "Y");
+    const bool result_printed =
+        Ostrel::Format::EqualsNoCaseAscii(Ostrel::Format::TextOf(list->GetTaskAttribute("ResultPrinted")), "Y");
     form->set_viewer_result_code(result_code);
     form->set_result_printed(result_printed);
 

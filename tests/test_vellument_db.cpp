@@ -586,13 +586,15 @@ TEST_F(Mirror, NameGivesYearAndFormTypeAsOpenDoes)
     delete_short.delete_record(db_path, "", "A_1.VLM");
     EXPECT_EQ(delete_short.get_filing_year(), "A_1.");
     CVellument read_full;
-    EXPECT_FALSE(read_full.read_from_vellument_database(co.win("Vellument_W2_2021.VLM").c_str(), "", "", "", db_path, ""));
+    const std::string full = co.win("Vellument_W2_2021.VLM");
+    EXPECT_FALSE(read_full.read_from_vellument_database(full.c_str(), "", "", "", db_path, ""));
     EXPECT_EQ(read_full.get_filing_year(), "2021");
 
     // A name without any underscore has no form type: the caller hears of it as from open.
     const std::string plain = co.win("Plain.VLM");
     CVellument reader;
-    EXPECT_THROW(reader.read_from_vellument_database(plain.c_str(), "", "2021", "", db_path, ""), std::invalid_argument);
+    EXPECT_THROW(reader.read_from_vellument_database(plain.c_str(), "", "2021", "", db_path, ""),
+                 std::invalid_argument);
     DatabaseEx db;
     ASSERT_TRUE(db.OpenFile(db_path, ""));
     EXPECT_THROW(reader.read_from_vellument_database(plain.c_str(), "", "2021", "", &db), std::invalid_argument);

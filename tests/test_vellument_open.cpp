@@ -136,6 +136,7 @@ TEST(VellumentOpen, RecordsAreFoundAtAnyDepthUnlessTheReadingCostRunsAway)
     for (int i = 0; i < 30000; ++i)
         deep += "</Filing>";
     co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package>" + deep + "</Package></Transaction>"));
+
     LogCapture log;
     CVellument hostile;
     hostile.open(co.win(kName).c_str(), "", "", "", false, true);
