@@ -9,9 +9,9 @@
 #include <vellument/CvellumentDB.h>
 #include <vellument/Ostrel_Database.h>
 #include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_XML.h>
-#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/Vellument_impl.h"

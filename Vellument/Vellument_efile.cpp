@@ -11,9 +11,9 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/CTransaction.h>
 #include <vellument/FormCodes.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/TaskListFunctions.h>
-#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/Vellument_impl.h"

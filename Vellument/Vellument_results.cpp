@@ -12,8 +12,8 @@
 #include <vellument/CPackage.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CViewerTaskList.h>
-#include <vellument/TaskListFunctions.h>
 #include <vellument/Ostrel_Format.h>
+#include <vellument/TaskListFunctions.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/Vellument_impl.h"

@@ -17,9 +17,9 @@
 #include <vellument/CTransaction.h>
 #include <vellument/CViewerTaskList.h>
 #include <vellument/FormCodes.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/TaskListFunctions.h>
-#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/Vellument_impl.h"

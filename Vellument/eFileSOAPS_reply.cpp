@@ -10,9 +10,9 @@
 #include <vellument/CCopy.h>
 #include <vellument/CStatus.h>
 #include <vellument/CkXml.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/VellumentTypes.h>
-#include <vellument/Ostrel_Format.h>
 
 namespace SoapReply {
 

@@ -1,8 +1,9 @@
 #include <vellument/CPathHandling.h>
-#include <vellument/Ostrel_Format.h>
 
 #include <climits>
 #include <cstring>
+
+#include <vellument/Ostrel_Format.h>
 
 namespace {
 

@@ -1,9 +1,10 @@
 #include <vellument/FormCodes.h>
-#include <vellument/Ostrel_Format.h>
 
 #include <map>
 #include <set>
 #include <stdexcept>
+
+#include <vellument/Ostrel_Format.h>
 
 using Vellument::FORM_TYPES;
 
