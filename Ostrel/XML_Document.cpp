@@ -532,7 +532,7 @@ XmlReadingCost xml_reading_cost(const COXMLDocument* document, const XmlReadingS
     std::vector<std::uint64_t> below_cost;
     std::vector<std::uint64_t> first_cost;
 
-    auto open = [&](pugi::xml_node n, int name) {
+    auto enter = [&](pugi::xml_node n, int name) {
         std::uint64_t attributes = 0;
         for (pugi::xml_attribute a = n.first_attribute(); a; a = a.next_attribute())
             ++attributes;
@@ -545,12 +545,12 @@ XmlReadingCost xml_reading_cost(const COXMLDocument* document, const XmlReadingS
         return n.type() == pugi::node_element ? find_name(n.name()) : kNever;
     };
 
-    open(root, kDocumentElement);
+    enter(root, kDocumentElement);
     pugi::xml_node next = root.first_child();
     for (;;) {
         if (next) {
             if (next.type() == pugi::node_element) {
-                open(next, name_of(next));
+                enter(next, name_of(next));
                 next = next.first_child();
             } else {
                 cost.nodes = add_saturating(cost.nodes, 1);
