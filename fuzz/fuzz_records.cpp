@@ -16,7 +16,11 @@
 #include <vellument/Ostrel_Log.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "fuzz/work_dir.h"
+
 namespace {
+
+int quiet_box(void*, const char*, unsigned int) { return 1; }
 
 // A private directory for the file and the library's settings, removed when the fuzzer exits.
 struct WorkDir {
@@ -25,17 +29,13 @@ struct WorkDir {
     std::string windows;  // the file's name as the application gives it
     WorkDir()
     {
-        char name[] = "/tmp/fuzz-records-XXXXXX";
-        if (mkdtemp(name) == nullptr)
-            std::abort();
-        dir = name;
+        dir = make_fuzz_work_dir("records");
         file = dir + "/Vellument_W2_2021.XML";
-        windows = "Z:" + file;
-        for (char& c : windows)
-            if (c == '/')
-                c = '\\';
-        setenv("VELLUMENT_APPDATA", name, 1);
+        windows = Ostrel::FileSystem::ToWindowsPath(file.c_str());
+        setenv("VELLUMENT_APPDATA", dir.c_str(), 1);
         Ostrel::Log::SetLevel(0);
+        // The reference list is missing here, which the library would tell the user in a box.
+        Ostrel::Log::SetMessageBoxHandler(quiet_box, nullptr);
     }
     ~WorkDir()
     {
