@@ -71,7 +71,6 @@ public:
 
 private:
     // The vellument's own operations reach the mapper with its private record.
-    friend class CVellument;
     friend class vellument_impl;
 
     bool _writeRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
