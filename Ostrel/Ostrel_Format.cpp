@@ -289,5 +289,29 @@ bool EqualsNoCaseAscii(const std::string& a, const std::string& b)
     return a.size() == b.size() && ToLowerAscii(a) == ToLowerAscii(b);
 }
 
+std::string TextOf(const char* text)
+{
+    return text != nullptr ? std::string(text) : std::string();
+}
+
+std::string ReplaceAll(const std::string& text, const std::string& what, const std::string& with)
+{
+    if (what.empty())
+        return text;
+    std::string result;
+    result.reserve(text.size());
+    std::string::size_type from = 0;
+    for (;;) {
+        const std::string::size_type at = text.find(what, from);
+        if (at == std::string::npos)
+            break;
+        result.append(text, from, at - from);
+        result += with;
+        from = at + what.size();
+    }
+    result.append(text, from, std::string::npos);
+    return result;
+}
+
 } // namespace Format
 } // namespace Ostrel

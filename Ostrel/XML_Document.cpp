@@ -16,7 +16,7 @@
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_Data.h"
-#include "Ostrel/XML_Nesting.h"
+#include "Ostrel/XML_ReadingCost.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXmlDocument.h"
 
@@ -472,53 +472,128 @@ COXMLDocument* TreeBuilder::finish()
 } // namespace oxml
 
 // ---------------------------------------------------------------------------------------------
-// Nesting check
+// Reading cost
 
-const char* xml_find_self_nested_element(const COXMLDocument* document, const char* const* names, int count)
+namespace {
+
+std::uint64_t add_saturating(std::uint64_t a, std::uint64_t b)
 {
-    if (document == nullptr || names == nullptr || count <= 0)
-        return nullptr;
-    // One walk without recursion; open[i] counts the elements named names[i] around the present node.
-    std::vector<int> open(static_cast<std::size_t>(count), 0);
-    std::vector<int> entered;  // per level: index into names, or -1
-    // Called once per node on a large tree: the cheap name test comes first, the type test only
-    // for a name that matches (a processing instruction may carry one).
-    auto index_of = [&](pugi::xml_node n) {
-        const char* name = n.name();
-        if (*name == '\0')
-            return -1;
-        // Two bytes settle almost every node; a string compare per name per node showed.
-        for (int i = 0; i < count; ++i)
-            if (name[0] == names[i][0] && name[1] == names[i][1] && std::strcmp(name, names[i]) == 0)
-                return n.type() == pugi::node_element ? i : -1;
-        return -1;
+    return a > UINT64_MAX - b ? UINT64_MAX : a + b;
+}
+
+} // namespace
+
+XmlReadingCost xml_reading_cost(const COXMLDocument* document, const XmlReadingStep* steps, int count)
+{
+    XmlReadingCost cost;
+    if (document == nullptr || count < 0 || (steps == nullptr && count > 0))
+        return cost;
+    const pugi::xml_node root = COXMLDocumentData::of(document)->root();
+    if (!root)
+        return cost;
+
+    // The names that readers read, each with a slot in every open element's frame; a step's
+    // parent that no step reads is never reached (but for the document element's steps).
+    const int kNever = -2;
+    const int kDocumentElement = -1;
+    std::vector<const char*> names;
+    auto find_name = [&](const char* name) {
+        for (std::size_t i = 0; i < names.size(); ++i)
+            if (std::strcmp(names[i], name) == 0)
+                return static_cast<int>(i);
+        return kNever;
     };
-    const pugi::xml_node top = COXMLDocumentData::of(document)->doc;
-    pugi::xml_node node = top.first_child();
-    while (node) {
-        const int i = index_of(node);
-        if (i >= 0 && open[static_cast<std::size_t>(i)] > 0)
-            return names[i];
-        const pugi::xml_node child = node.first_child();
-        if (child) {
-            if (i >= 0)
-                ++open[static_cast<std::size_t>(i)];
-            entered.push_back(i);
-            node = child;
+    std::vector<int> child_of_step(static_cast<std::size_t>(count));
+    for (int s = 0; s < count; ++s) {
+        int index = find_name(steps[s].child);
+        if (index == kNever) {
+            index = static_cast<int>(names.size());
+            names.push_back(steps[s].child);
+        }
+        child_of_step[static_cast<std::size_t>(s)] = index;
+    }
+    std::vector<int> parent_of_step(static_cast<std::size_t>(count));
+    for (int s = 0; s < count; ++s)
+        parent_of_step[static_cast<std::size_t>(s)] = steps[s].parent == nullptr ? kDocumentElement
+                                                                                 : find_name(steps[s].parent);
+    const std::size_t width = names.size();
+
+    // One frame per open element. Per name, in two flat arrays: the summed cost of the
+    // descendants of that name, and the cost of the first child of that name (0: none, as every
+    // element read costs at least 1).
+    struct Frame {
+        pugi::xml_node node;
+        int name;
+        std::uint64_t attributes;
+        std::uint64_t below;     // nodes in the subtree, the element itself not counted
+        std::uint64_t children;  // child nodes
+    };
+    std::vector<Frame> frames;
+    std::vector<std::uint64_t> below_cost;
+    std::vector<std::uint64_t> first_cost;
+
+    auto enter = [&](pugi::xml_node n, int name) {
+        std::uint64_t attributes = 0;
+        for (pugi::xml_attribute a = n.first_attribute(); a; a = a.next_attribute())
+            ++attributes;
+        cost.nodes = add_saturating(cost.nodes, 1 + attributes);
+        frames.push_back(Frame{n, name, attributes, 0, 0});
+        below_cost.resize(below_cost.size() + width, 0);
+        first_cost.resize(first_cost.size() + width, 0);
+    };
+    auto name_of = [&](pugi::xml_node n) {
+        return n.type() == pugi::node_element ? find_name(n.name()) : kNever;
+    };
+
+    enter(root, kDocumentElement);
+    pugi::xml_node next = root.first_child();
+    for (;;) {
+        if (next) {
+            if (next.type() == pugi::node_element) {
+                enter(next, name_of(next));
+                next = next.first_child();
+            } else {
+                cost.nodes = add_saturating(cost.nodes, 1);
+                ++frames.back().below;
+                ++frames.back().children;
+                next = next.next_sibling();
+            }
             continue;
         }
-        pugi::xml_node next = node.next_sibling();
-        while (!next) {
-            node = node.parent();
-            if (node == top || entered.empty())
-                return nullptr;
-            const int up = entered.back();
-            entered.pop_back();
-            if (up >= 0)
-                --open[static_cast<std::size_t>(up)];
-            next = node.next_sibling();
+
+        // The element on top is done: what reading it costs, by the steps that read from it.
+        const Frame done = frames.back();
+        const std::size_t base = (frames.size() - 1) * width;
+        std::uint64_t own = 1 + done.attributes;
+        if (done.name != kNever) {
+            for (int s = 0; s < count; ++s) {
+                if (parent_of_step[static_cast<std::size_t>(s)] != done.name)
+                    continue;
+                const std::size_t slot = base + static_cast<std::size_t>(child_of_step[static_cast<std::size_t>(s)]);
+                own = steps[s].any_depth ? add_saturating(own, add_saturating(done.below, below_cost[slot]))
+                                         : add_saturating(own, add_saturating(done.children, first_cost[slot]));
+            }
         }
-        node = next;
+        frames.pop_back();
+        if (frames.empty()) {
+            cost.work = own;
+            return cost;
+        }
+
+        Frame& parent = frames.back();
+        const std::size_t parent_base = (frames.size() - 1) * width;
+        parent.below = add_saturating(parent.below, 1 + done.below);
+        ++parent.children;
+        for (std::size_t i = 0; i < width; ++i)
+            below_cost[parent_base + i] = add_saturating(below_cost[parent_base + i], below_cost[base + i]);
+        if (done.name >= 0) {
+            const std::size_t slot = parent_base + static_cast<std::size_t>(done.name);
+            below_cost[slot] = add_saturating(below_cost[slot], own);
+            if (first_cost[slot] == 0)
+                first_cost[slot] = own;
+        }
+        below_cost.resize(base);
+        first_cost.resize(base);
+        next = done.node.next_sibling();
     }
-    return nullptr;
 }

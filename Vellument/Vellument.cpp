@@ -6,18 +6,12 @@
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
 #include <vellument/FormCodes.h>
+#include <vellument/Ostrel_Format.h>
 
 #include "Vellument/Vellument_impl.h"
 #include "records/AttributeLists.h"
 
-namespace {
-
-std::string text_of(const char* text)
-{
-    return text != nullptr ? std::string(text) : std::string();
-}
-
-} // namespace
+using Ostrel::Format::TextOf;
 
 // The private record reads the local code list and makes the database mapper.
 CVellument::CVellument() : m_impl(std::make_shared<vellument_impl>()) {}
@@ -27,11 +21,11 @@ CVellument::~CVellument() = default;
 std::string CVellument::build_file_name(Vellument::FORM_TYPES form_category, Vellument::EXTENSION_TYPES extension,
                                         const char* filing_year, const char* qualifier)
 {
-    const std::string qualifier_text = text_of(qualifier);
+    const std::string qualifier_text = TextOf(qualifier);
     std::string name = "Vellument_" + get_vellument_name_middle(form_category) + qualifier_text;
     if (!qualifier_text.empty())
         name += "_";
-    name += text_of(filing_year);
+    name += TextOf(filing_year);
     if (extension == Vellument::EXTENSION_VLM)
         name += ".VLM";
     else if (extension == Vellument::EXTENSION_TLM)
@@ -52,18 +46,18 @@ int CVellument::save(const char* file_name) const
 
 std::string CVellument::get_document_type() const { return m_impl->form_type_string; }
 std::string CVellument::get_form_type_string() const { return m_impl->form_type_string; }
-void CVellument::set_form_type_string(const char* text) const { m_impl->form_type_string = text_of(text); }
+void CVellument::set_form_type_string(const char* text) const { m_impl->form_type_string = TextOf(text); }
 std::string CVellument::get_filing_period_start() const { return m_impl->filing_period_start; }
-void CVellument::set_filing_period_start(const char* text) const { m_impl->filing_period_start = text_of(text); }
+void CVellument::set_filing_period_start(const char* text) const { m_impl->filing_period_start = TextOf(text); }
 std::string CVellument::get_filing_period_end() const { return m_impl->filing_period_end; }
-void CVellument::set_filing_period_end(const char* text) const { m_impl->filing_period_end = text_of(text); }
+void CVellument::set_filing_period_end(const char* text) const { m_impl->filing_period_end = TextOf(text); }
 std::string CVellument::get_filing_year() const { return m_impl->filing_year; }
 std::string CVellument::get_registration_mode() const { return m_impl->registration_mode; }
-void CVellument::set_registration_mode(const char* text) const { m_impl->registration_mode = text_of(text); }
+void CVellument::set_registration_mode(const char* text) const { m_impl->registration_mode = TextOf(text); }
 std::string CVellument::get_vendor_code() const { return m_impl->vendor_code; }
 std::string CVellument::get_filing_ein() const { return m_impl->filing_ein; }
 std::string CVellument::get_vellument_name() const { return m_impl->vellument_name; }
-void CVellument::set_vellument_name(const char* text) const { m_impl->vellument_name = text_of(text); }
+void CVellument::set_vellument_name(const char* text) const { m_impl->vellument_name = TextOf(text); }
 CDateTime CVellument::get_modified_date() const { return m_impl->modified_date; }
 
 Vellument::FORM_TYPES CVellument::get_form_category() const

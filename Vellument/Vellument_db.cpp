@@ -1,7 +1,6 @@
 #include <vellument/CVellument.h>
 
 #include <memory>
-#include <stdexcept>
 
 #include <vellument/CDictionary.h>
 #include <vellument/CPackage.h>
@@ -10,18 +9,16 @@
 #include <vellument/CvellumentDB.h>
 #include <vellument/Ostrel_Database.h>
 #include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/Vellument_impl.h"
 
-namespace {
+using Ostrel::Format::TextOf;
 
-std::string text_of(const char* text)
-{
-    return text != nullptr ? std::string(text) : std::string();
-}
+namespace {
 
 // The password to open a database with: the caller's, unless the user's debug settings ask for
 // the database to be opened without one (DecryptFiles other than "N").
@@ -35,35 +32,22 @@ std::string password_to_use(const std::string& password)
     return (decrypt == "N" || decrypt == "n") ? password : std::string();
 }
 
-// A name ending "2021.VLM" carries its year in the last 8 characters.
-std::string year_from_name(const std::string& name)
-{
-    return name.size() >= 8 ? name.substr(name.size() - 8, 4) : std::string();
-}
-
-// Steps shared by both loaders: the name, the company directory and the identity's gaps.
-// False when the form type can't be made out from the name.
-bool prepare_identity(vellument_impl& d, const char* vellument_name, const char* filing_ein, const char* filing_year,
+// Steps shared by both loaders: the name, the company directory and the identity's gaps. A name
+// without any underscore has no form type: create_form_type_text's invalid_argument passes out.
+void prepare_identity(vellument_impl& d, const char* vellument_name, const char* filing_ein, const char* filing_year,
                       const char* vendor_code)
 {
     d.form_name_and_company_dir(vellument_name);
     if (d.filing_year.empty())
-        d.filing_year = text_of(filing_year);
+        d.filing_year = TextOf(filing_year);
     if (d.filing_year.empty())
-        d.filing_year = year_from_name(d.vellument_name);
+        d.filing_year = vellument_impl::year_from_name(d.vellument_name);
     if (d.filing_ein.empty())
-        d.filing_ein = text_of(filing_ein);
+        d.filing_ein = TextOf(filing_ein);
     if (d.vendor_code.empty())
-        d.vendor_code = text_of(vendor_code);
-    if (d.form_type_string.empty()) {
-        try {
-            d.form_type_string = d.create_form_type_text();
-        } catch (const std::invalid_argument&) {
-            VLOG(1, "[Vellument] No form type in the name %s\n", d.vellument_name.c_str());
-            return false;
-        }
-    }
-    return true;
+        d.vendor_code = TextOf(vendor_code);
+    if (d.form_type_string.empty())
+        d.form_type_string = d.create_form_type_text();
 }
 
 // Reading the document as open does, then the flags that open leaves.
@@ -87,9 +71,8 @@ bool CVellument::read_from_vellument_database(const char* vellument_name, const 
                                               Ostrel::DatabaseEx* database) const
 {
     vellument_impl& d = *m_impl;
-    VLOG(3, "[Vellument] loading vellument %s from db", text_of(vellument_name).c_str());
-    if (!prepare_identity(d, vellument_name, filing_ein, filing_year, vendor_code))
-        return false;
+    VLOG(3, "[Vellument] loading vellument %s from db", TextOf(vellument_name).c_str());
+    prepare_identity(d, vellument_name, filing_ein, filing_year, vendor_code);
 
     std::unique_ptr<COXMLDocument> document(d.database->readRecords(this, database));
     if (!document) {
@@ -105,9 +88,8 @@ bool CVellument::read_from_vellument_database(const char* vellument_name, const 
 {
     vellument_impl& d = *m_impl;
     const std::string key = password_to_use(password);
-    VLOG(3, "[Vellument] loading vellument %s from DB", text_of(vellument_name).c_str());
-    if (!prepare_identity(d, vellument_name, filing_ein, filing_year, vendor_code))
-        return false;
+    VLOG(3, "[Vellument] loading vellument %s from DB", TextOf(vellument_name).c_str());
+    prepare_identity(d, vellument_name, filing_ein, filing_year, vendor_code);
 
     std::unique_ptr<COXMLDocument> document;
     if (d.database->setDatabase(database_path, key))
@@ -129,23 +111,21 @@ bool CVellument::delete_record(const std::string& database_path, const std::stri
     const std::string remembered = d.vellument_name;
     d.form_name_and_company_dir(vellument_name.c_str());
     VLOG(3, "[Vellument] deleting vellument %s from DB", vellument_name.c_str());
-    if (d.filing_year.empty())
-        d.filing_year = year_from_name(d.vellument_name);
 
     bool deleted = false;
-    bool identified = true;
-    if (d.form_type_string.empty()) {
-        try {
+    try {
+        if (d.filing_year.empty())
+            d.filing_year = vellument_impl::year_from_name(d.vellument_name);
+        if (d.form_type_string.empty())
             d.form_type_string = d.create_form_type_text();
-        } catch (const std::invalid_argument&) {
-            identified = false;
-        }
-    }
-    if (identified) {
         if (d.database->setDatabase(database_path, key))
             deleted = d.database->DeleteRecords(this, nullptr);
         else
             VLOG(1, "[CvellumentDB] Error setting database\n");
+    } catch (...) {
+        // A name with no form type in it: the caller hears of it, with its name as it was.
+        d.vellument_name = remembered;
+        throw;
     }
     d.vellument_name = remembered;
     if (!deleted)
@@ -153,44 +133,44 @@ bool CVellument::delete_record(const std::string& database_path, const std::stri
     return deleted;
 }
 
-bool CvellumentDB::_saveThroughPath(vellument_impl& d, const std::string& database_path, const std::string& password,
-                                    const std::string& vellument_name) const
+bool vellument_impl::save_to_database(const std::string& database_path, const std::string& password,
+                                      const std::string& name)
 {
-    if (d.read_only) {
+    if (read_only) {
         VLOG(3, "[Vellument] Vellument opened with read-only returning true AND NOT SAVING.");
         return true;
     }
     const std::string key = password_to_use(password);
-    const std::string remembered = d.vellument_name;
-    if (!vellument_name.empty())
-        d.vellument_name = vellument_name;
-    VLOG(3, "[Vellument] attempting to save %s to %s", d.vellument_name.c_str(), database_path.c_str());
+    const std::string remembered = vellument_name;
+    if (!name.empty())
+        vellument_name = name;
+    VLOG(3, "[Vellument] attempting to save %s to %s", vellument_name.c_str(), database_path.c_str());
 
     // Delete, then write: the vellument's rows are replaced wholesale.
     bool deleted = false;
-    if (setDatabase(database_path, key))
-        deleted = _deleteRecords(d, nullptr);
+    if (database->setDatabase(database_path, key))
+        deleted = database->_deleteRecords(*this, nullptr);
     else
         VLOG(1, "[CvellumentDB] Error setting database\n");
     if (!deleted)
-        VLOG(2, "FAILED TO DELETE %s  FROM DB", d.vellument_name.c_str());
+        VLOG(2, "FAILED TO DELETE %s  FROM DB", vellument_name.c_str());
 
     bool written = false;
-    if (setDatabase(database_path, key))
-        written = _writeRecords(d, nullptr);
+    if (database->setDatabase(database_path, key))
+        written = database->_writeRecords(*this, nullptr);
     else
         VLOG(1, "[CvellumentDB] Error setting database\n");
 
-    const int result = d.save(nullptr);
+    const int result = save(nullptr);
     VLOG(3, "Saving vellument to disk with result code %d.", result);
-    d.vellument_name = remembered;
+    vellument_name = remembered;
     return written;
 }
 
 bool CVellument::save_to_vellument_database(const std::string& database_path, const std::string& password,
                                             const std::string& vellument_name) const
 {
-    return m_impl->database->_saveThroughPath(*m_impl, database_path, password, vellument_name);
+    return m_impl->save_to_database(database_path, password, vellument_name);
 }
 
 bool CVellument::save_to_vellument_database(Ostrel::DatabaseEx* database, const std::string& vellument_name) const

@@ -9,15 +9,13 @@
 
 #include <vellument/eFileSOAPS.h>
 #include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 
-namespace {
+using Ostrel::Format::TextOf;
 
-std::string text_of(const char* text)
-{
-    return text != nullptr ? std::string(text) : std::string();
-}
+namespace {
 
 // The local time as YYYYMMDDhhmmss.
 std::string time_stamp()
@@ -35,8 +33,8 @@ std::string time_stamp()
 
 bool skip_download(const char* filing_year, const char* form_type)
 {
-    const std::string year = text_of(filing_year);
-    if ((year == "2020" || year == "2021") && text_of(form_type) == "T5018") {
+    const std::string year = TextOf(filing_year);
+    if ((year == "2020" || year == "2021") && TextOf(form_type) == "T5018") {
         VLOG(3, "[Vellument] Skip T5018 Download For 2021\n");
         return true;
     }
@@ -48,13 +46,13 @@ void download_vellument(const char* filing_ein, const char* form_type, const cha
     VLOG(3, "[Vellument] Downloading Vellument!\n");
     int error = 0;
     const std::string text =
-        eFileSOAPS::GetVellument(text_of(filing_ein).c_str(), text_of(form_type).c_str(), text_of(filing_year).c_str(),
+        eFileSOAPS::GetVellument(TextOf(filing_ein).c_str(), TextOf(form_type).c_str(), TextOf(filing_year).c_str(),
                                  error);
     if (error != 0)
         return;
     VLOG(3, "[Vellument] Successfully Downloaded Vellument!\n");
 
-    const std::string target = text_of(path);
+    const std::string target = TextOf(path);
     const std::string backup = target + "_" + time_stamp() + ".Backup";
     VLOG(3, "[Vellument] Renaming Previous Vellument!\n");
     // The previous file is set aside by a copy that never replaces an existing name, and stays

@@ -11,6 +11,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/CTransaction.h>
 #include <vellument/FormCodes.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/TaskListFunctions.h>
 
@@ -18,11 +19,6 @@
 #include "Vellument/Vellument_impl.h"
 
 namespace {
-
-const char* text_or_empty(const char* text)
-{
-    return text != nullptr ? text : "";
-}
 
 bool is_state_or_local(Vellument::FILING_TYPE type)
 {
@@ -51,7 +47,7 @@ COXMLDocument* efile_options_builder::get_document() const
 void efile_options_builder::add_state_element(const char* abbr) const
 {
     COXMLNode* element = m_document->createElement("state");
-    element->setAttribute("abbr", text_or_empty(abbr));
+    element->setAttribute("abbr", Ostrel::Format::TextOf(abbr).c_str());
     m_document->getDocumentElement()->appendChild(element, true);
 }
 
@@ -59,9 +55,9 @@ void efile_options_builder::add_history_element(const char* path, const char* st
                                                 const char* form_name) const
 {
     COXMLNode* element = m_document->createElement("history");
-    element->setAttribute("path", text_or_empty(path));
-    element->setAttribute("stateabbr", text_or_empty(state_abbr));
-    element->setAttribute("formname", text_or_empty(form_name));
+    element->setAttribute("path", Ostrel::Format::TextOf(path).c_str());
+    element->setAttribute("stateabbr", Ostrel::Format::TextOf(state_abbr).c_str());
+    element->setAttribute("formname", Ostrel::Format::TextOf(form_name).c_str());
     m_document->getDocumentElement()->appendChild(element, true);
 }
 
@@ -126,7 +122,7 @@ void CVellument::create_efile_task_list(const char* path) const
 void CVellument::update_efile_status(bool efile_succeeded, int vlid, const char* invoice_amount) const
 {
     VLOG(3, "[Vellument] In UpdateEfileStatus: EfileSucceeded = %d, VLID = %d, InvoiceAmount = %s \n",
-         efile_succeeded ? 1 : 0, vlid, text_or_empty(invoice_amount));
+         efile_succeeded ? 1 : 0, vlid, Ostrel::Format::TextOf(invoice_amount).c_str());
     if (!efile_succeeded)
         return;
     CTransaction* current = m_impl->current_transaction();
@@ -135,7 +131,7 @@ void CVellument::update_efile_status(bool efile_succeeded, int vlid, const char*
     const CPackage* package = current->get_package();
     if (package == nullptr)
         return;
-    package->set_invoice_amount(text_or_empty(invoice_amount));
+    package->set_invoice_amount(Ostrel::Format::TextOf(invoice_amount).c_str());
 
     // One identifier for everything the step sent.
     for (int i = 0; i < package->get_filing_count(); ++i) {

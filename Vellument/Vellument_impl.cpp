@@ -1,5 +1,6 @@
 #include "Vellument/Vellument_impl.h"
 
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -15,7 +16,51 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
-#include "Ostrel/XML_Nesting.h"
+#include "Ostrel/XML_ReadingCost.h"
+
+namespace {
+
+// How the records read a vellument: the trail collects its transactions at any depth, and so do
+// packages their filings, filings their forms, statuses their copies and copies their histories;
+// dictionaries, packages and statuses are the first child of their name.
+const XmlReadingStep kVellumentSteps[] = {
+    {nullptr, "Dictionary", false},      {nullptr, "Transaction", true},   {"Transaction", "Dictionary", false},
+    {"Transaction", "Package", false},   {"Transaction", "Status", false}, {"Package", "Filing", true},
+    {"Filing", "Form", true},            {"Status", "Copy", true},         {"Copy", "History", true},
+};
+// A status read on its own, as the server's view laid beside the document.
+const XmlReadingStep kStatusSteps[] = {{nullptr, "Copy", true}, {"Copy", "History", true}};
+
+// Reading a file that the library wrote costs a few steps a node; records nested in their own
+// kind cost more, and only a hostile nesting costs more than this.
+const std::uint64_t kReadingStepsPerNode = 16;
+const std::uint64_t kReadingStepsAllowed = 4096;
+
+bool readable_at_bounded_cost(const COXMLDocument* document, const XmlReadingStep* steps, int count,
+                              const std::string& path)
+{
+    const XmlReadingCost cost = xml_reading_cost(document, steps, count);
+    const std::uint64_t bound = cost.nodes * kReadingStepsPerNode + kReadingStepsAllowed;
+    if (cost.work <= bound)
+        return true;
+    VLOG(1,
+         "[Vellument] Reading the records of %s would take more than %llu steps for its %llu nodes, "
+         "the file is not read\n",
+         path.c_str(), static_cast<unsigned long long>(bound), static_cast<unsigned long long>(cost.nodes));
+    return false;
+}
+
+} // namespace
+
+bool vellument_impl::vellument_readable(const COXMLDocument* document, const std::string& path)
+{
+    return readable_at_bounded_cost(document, kVellumentSteps, static_cast<int>(std::size(kVellumentSteps)), path);
+}
+
+bool vellument_impl::status_readable(const COXMLDocument* document, const std::string& path)
+{
+    return readable_at_bounded_cost(document, kStatusSteps, static_cast<int>(std::size(kStatusSteps)), path);
+}
 
 vellument_impl::vellument_impl()
     : modified_date(CDateTime::now())
@@ -121,15 +166,10 @@ void vellument_impl::open(const char* name, const char* ein, const char* year, c
     read_only = open_read_only;
 
     std::unique_ptr<COXMLDocument> document(COXMLDocument::load(vellument_name.c_str(), nullptr, nullptr, 0));
-    if (document) {
-        // Records gather their children at any depth; a record nested in one of its own kind
-        // would be read again by every record around it, which no file the library writes does.
-        static const char* const kRecordNames[] = {"Transaction", "Package", "Status", "Filing", "Copy"};
-        if (const char* nested = xml_find_self_nested_element(document.get(), kRecordNames, 5)) {
-            VLOG(1, "[Vellument] %s elements nested in one another, the file is not read\n", nested);
-            document.reset();
-        }
-    }
+    // Records gather their children at any depth, so a record nested in its own kind is read again
+    // by every record around it: a hostile nesting is refused before it costs time and memory.
+    if (document && !vellument_readable(document.get(), vellument_name))
+        document.reset();
     if (document) {
         read_document(document.get());
         if (current_transaction() == nullptr) {
@@ -198,6 +238,11 @@ std::string vellument_impl::create_form_type_text() const
     const std::string text = convert_form_code_to_form_type_string(code.c_str());
     VLOG(3, "[VellumentImpl] Form type text is %s\n", text.c_str());
     return text;
+}
+
+std::string vellument_impl::year_from_name(const std::string& name)
+{
+    return name.substr(name.size() > 8 ? name.size() - 8 : 0, 4);
 }
 
 CDictionary* vellument_impl::get_previous_dictionary() const

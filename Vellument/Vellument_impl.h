@@ -44,10 +44,17 @@ public:
     // The root attribute rows (version, period, mode, form type, vendor, year, modified date, EIN),
     // filled into the process-wide table.
     attributeDicList get_and_fill_map() const;
+    // Whether reading the records of a vellument document, or of a status on its own, costs no
+    // more than a bound proportional to the document's size; logged when not.
+    static bool vellument_readable(const COXMLDocument* document, const std::string& path);
+    static bool status_readable(const COXMLDocument* document, const std::string& path);
     // A default transaction appended as the new current one.
     CTransaction* create_new_transaction();
     // form_type_string, or the form type read from the code between the underscores of the name.
     std::string create_form_type_text() const;
+    // The year in a name like "...2021.VLM": of its last 8 characters the first 4. A shorter name
+    // gives what it has ("A_1.VLM" gives "A_1.").
+    static std::string year_from_name(const std::string& name);
     // The dictionary of the nearest earlier transaction whose dictionary has entries; null if none.
     CDictionary* get_previous_dictionary() const;
 
@@ -72,6 +79,10 @@ public:
     // Mirrors into the database that the object last used (none on a fresh object: then only the
     // file is written) and writes the file; the database's result.
     bool save_to_current_database();
+    // The save through a database file: the rows are replaced (delete, then write) and the file is
+    // written whatever the database did. A name, when given, stands for the vellument's meanwhile.
+    // The result of the write; true without doing anything when opened read-only.
+    bool save_to_database(const std::string& database_path, const std::string& password, const std::string& name);
 
     // --- The trail -----------------------------------------------------------------------------
 

@@ -12,6 +12,7 @@
 #include <vellument/CPackage.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CViewerTaskList.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/TaskListFunctions.h>
 
 #include "Ostrel/LogMacros.h"
@@ -19,22 +20,10 @@
 
 namespace {
 
+// The word is given in capitals.
 bool contains_ignoring_case(const std::string& text, const char* word)
 {
-    std::string upper = text;
-    for (char& c : upper)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return upper.find(word) != std::string::npos;
-}
-
-bool equals_ignoring_case(const char* text, const char* word)
-{
-    if (text == nullptr)
-        return false;
-    for (; *text != '\0' && *word != '\0'; ++text, ++word)
-        if (std::toupper(static_cast<unsigned char>(*text)) != std::toupper(static_cast<unsigned char>(*word)))
-            return false;
-    return *text == '\0' && *word == '\0';
+    return Ostrel::Format::ToUpperAscii(text).find(word) != std::string::npos;
 }
 
 // Notices and dividers count for their filing but carry no success flag of their own.
@@ -81,7 +70,8 @@ void update_from_viewer_task(const CViewerTaskList* list, const CTransaction* tr
         return;
     // The list lends its texts only until its next call: take copies.
     const std::string result_code = list->GetTaskAttribute("ResultCode");
-    const bool result_printed = equals_ignoring_case(list->GetTaskAttribute("ResultPrinted"), "Y");
+    const bool result_printed =
+        Ostrel::Format::EqualsNoCaseAscii(Ostrel::Format::TextOf(list->GetTaskAttribute("ResultPrinted")), "Y");
     form->set_viewer_result_code(result_code);
     form->set_result_printed(result_printed);
 

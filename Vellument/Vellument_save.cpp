@@ -92,11 +92,9 @@ bool vellument_impl::validate_vellument(std::string& name, const char* year_argu
     const std::string form_type = create_form_type_text();
     VLOG(3, "[Vellument] The Form Type = %s\n", form_type.c_str());
 
-    std::string year = year_argument != nullptr ? year_argument : "";
-    if (year.empty()) {
-        const std::size_t from = name.size() > 8 ? name.size() - 8 : 0;
-        year = name.substr(from, 4);
-    }
+    std::string year = Ostrel::Format::TextOf(year_argument);
+    if (year.empty())
+        year = year_from_name(name);
 
     const char* filer = ein != nullptr ? ein : "";
     int error = 0;
@@ -159,8 +157,7 @@ void vellument_impl::save_vellument()
 
 bool vellument_impl::save_to_current_database()
 {
-    return database->_saveThroughPath(*this, database->getDatabasePath(), database->getDatabasePassword(),
-                                      std::string());
+    return save_to_database(database->getDatabasePath(), database->getDatabasePassword(), std::string());
 }
 
 void vellument_impl::save_after_open()

@@ -91,7 +91,7 @@ CStatus* vellument_impl::get_server_status()
         COXMLNode* root = document ? document->getDocumentElement() : nullptr;
         web_service_error = false;
         // An unreadable file is no answer: as an empty status it would find every copy missing.
-        if (root == nullptr) {
+        if (root == nullptr || !status_readable(document.get(), test_file)) {
             VLOG(2, "[Vellument] %s could not be read, nothing to compare with\n", test_file.c_str());
             return nullptr;
         }

@@ -16,6 +16,7 @@
 #include <vellument/CTransaction.h>
 #include <vellument/FormCodes.h>
 #include <vellument/Ostrel_FileSystem.h>
+#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 
@@ -30,24 +31,6 @@ bool is_employer_or_payer(Vellument::FILING_TYPE type)
 bool is_employer_history_form(Vellument::FORM_TYPE type)
 {
     return type == Vellument::FORM_TYPE_W2 || type == Vellument::FORM_TYPE_W2C || type == Vellument::FORM_TYPE_1099;
-}
-
-std::string replace_all(const std::string& text, const std::string& what, const std::string& with)
-{
-    if (what.empty())
-        return text;
-    std::string result;
-    std::string::size_type from = 0;
-    for (;;) {
-        const std::string::size_type at = text.find(what, from);
-        if (at == std::string::npos)
-            break;
-        result.append(text, from, at - from);
-        result += with;
-        from = at + what.size();
-    }
-    result.append(text, from, std::string::npos);
-    return result;
 }
 
 // The employer history file that sits beside a federal form file: the form file's name up to its
@@ -177,8 +160,8 @@ void vellument_impl::add_employer_copy_from_history_file(CCopy* federal)
                     history->set_form_name(history->get_form_name() + "_PAYER");
                     history->set_description("1099 Payer Form");
                 } else {
-                    history->set_form_name(replace_all(history->get_form_name(), "SSA", "EMPLOYER"));
-                    history->set_description(replace_all(history->get_description(), "Federal", "Employer"));
+                    history->set_form_name(Ostrel::Format::ReplaceAll(history->get_form_name(), "SSA", "EMPLOYER"));
+                    history->set_description(Ostrel::Format::ReplaceAll(history->get_description(), "Federal", "Employer"));
                 }
             }
             current->get_status()->add_copy(copy.release());

@@ -17,6 +17,7 @@
 #include <vellument/CTransaction.h>
 #include <vellument/CViewerTaskList.h>
 #include <vellument/FormCodes.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/TaskListFunctions.h>
 
@@ -25,17 +26,10 @@
 
 namespace {
 
-std::string upper_ascii(std::string text)
-{
-    for (char& c : text)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
 // W-3 and 1096 lead their filing in a reprint; W-3C does not.
 bool is_summary_form(const CForm* form)
 {
-    const std::string type = upper_ascii(form->get_type_string());
+    const std::string type = Ostrel::Format::ToUpperAscii(form->get_type_string());
     return type == "W-3" || type == "1096";
 }
 
@@ -52,7 +46,7 @@ bool status_package_path(CTransaction* current, std::string& path)
     if (current == nullptr || current->get_status() == nullptr)
         return false;
     path = CPathHandling::convert_path_to_absolute(current->get_status()->get_kxn_path().c_str());
-    return path.size() >= 4 && upper_ascii(path.substr(path.size() - 4)) == ".KXN";
+    return path.size() >= 4 && Ostrel::Format::ToUpperAscii(path.substr(path.size() - 4)) == ".KXN";
 }
 
 std::string absolute(const std::string& path)

@@ -10,6 +10,7 @@
 #include <vellument/CCopy.h>
 #include <vellument/CStatus.h>
 #include <vellument/CkXml.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/VellumentTypes.h>
 
@@ -36,8 +37,7 @@ public:
     explicit Reply(const char* body) { m_xml.LoadXml(body != nullptr ? body : ""); }
     std::string get(const char* path)
     {
-        const char* text = m_xml.GetChildContent(path);
-        return text != nullptr ? std::string(text) : std::string();
+        return Ostrel::Format::TextOf(m_xml.GetChildContent(path));
     }
 
 private:
@@ -67,7 +67,7 @@ std::string trimmed(const std::string& text)
 
 bool is_true(const char* text)
 {
-    return strcasecmp(text, "True") == 0;
+    return Ostrel::Format::EqualsNoCaseAscii(Ostrel::Format::TextOf(text), "True");
 }
 
 const char* copy_type_xpath(int type)

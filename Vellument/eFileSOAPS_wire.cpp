@@ -9,9 +9,12 @@
 #include <vellument/CkString.h>
 #include <vellument/CkXml.h>
 #include <vellument/eFileSOAPS.h>
+#include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/eFileSOAPS_reply.h"
+
+using Ostrel::Format::TextOf;
 
 namespace {
 
@@ -24,11 +27,6 @@ const char kPrologue[] =
     " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\""
     " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
 const char kEpilogue[] = "></SOAP-ENV:Body></SOAP-ENV:Envelope>";
-
-std::string text_of(const char* text)
-{
-    return text != nullptr ? std::string(text) : std::string();
-}
 
 void add_parameter(std::string& out, const char* name, const char* value, std::size_t size)
 {
@@ -82,10 +80,10 @@ std::string envelope(const char* operation, const char* ein, const char* form_na
     out += "\">";
     add_parameter(out, "accessKey", access_key);
     add_parameter(out, "ein", normalise_ein(ein));
-    add_parameter(out, "formName", text_of(form_name));
-    add_parameter(out, "year", text_of(year));
+    add_parameter(out, "formName", TextOf(form_name));
+    add_parameter(out, "year", TextOf(year));
     if (file_text != nullptr) {
-        add_parameter(out, "hash", text_of(hash));
+        add_parameter(out, "hash", TextOf(hash));
         add_parameter(out, "fileText", file_text, file_size);
     }
     out += "</m:";
@@ -104,11 +102,11 @@ bool exchange(const char* operation, const std::string& request, std::string& bo
     std::unique_ptr<CkHttpResponse> response(http.PostXml(url.c_str(), request.c_str(), "utf-8"));
     // The status code is not looked at: a fault comes with 500 and is read like any reply.
     if (!http.LastCallSucceeded()) {
-        transport_error = text_of(http.lastErrorText());
+        transport_error = TextOf(http.lastErrorText());
         VLOG(3, "[eFileSOAPS] Fault String = %s\n", transport_error.c_str());
         return false;
     }
-    body = response ? text_of(response->BodyStr()) : std::string();
+    body = response ? TextOf(response->BodyStr()) : std::string();
     return true;
 }
 
@@ -123,15 +121,15 @@ bool upload_text(const char* path, CkString& text)
     CkXml xml;
     xml.put_EmitDeclaration(false);
     if (!xml.LoadXmlFile(path)) {
-        VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", text_of(path).c_str());
-        VLOG(3, "[EfileSoaps] Xml Error %s\n", text_of(xml.lastErrorText()).c_str());
+        VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
+        VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
         return false;
     }
     // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is still
     // that of the file.
     text.clear();
     text.append(xml.GetXml());
-    VLOG(3, "[EfileSoaps] Loaded vellument %s\n", text_of(path).c_str());
+    VLOG(3, "[EfileSoaps] Loaded vellument %s\n", TextOf(path).c_str());
     text.entityEncode();
     return true;
 }

@@ -10,6 +10,8 @@
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "fuzz/work_dir.h"
+
 namespace {
 
 // A private directory for the settings file, removed when the fuzzer exits.
@@ -18,10 +20,7 @@ struct WorkDir {
     std::string path;
     WorkDir()
     {
-        char name[] = "/tmp/fuzz-inifile-XXXXXX";
-        if (mkdtemp(name) == nullptr)
-            std::abort();
-        dir = name;
+        dir = make_fuzz_work_dir("inifile");
         path = dir + "/Settings.ini";
         Ostrel::Log::SetLevel(0);
     }

@@ -13,6 +13,8 @@
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "fuzz/work_dir.h"
+
 namespace {
 
 int quiet_box(void*, const char*, unsigned int) { return 1; }
@@ -24,10 +26,7 @@ struct Work {
 
     Work()
     {
-        char name[] = "/tmp/fuzz-mirror-XXXXXX";
-        if (mkdtemp(name) == nullptr)
-            std::abort();
-        dir = name;
+        dir = make_fuzz_work_dir("mirror");
         db = dir + "/mirror.db";
         name_win = Ostrel::FileSystem::ToWindowsPath((dir + "/Histories/Vellument_W2_2024.VLM").c_str());
         setenv("VELLUMENT_APPDATA", dir.c_str(), 1);

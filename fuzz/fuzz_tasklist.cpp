@@ -15,6 +15,8 @@
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "fuzz/work_dir.h"
+
 namespace {
 
 // Lists are small files; a larger input only slows the fuzzer down.
@@ -28,10 +30,7 @@ struct Work {
 
     Work()
     {
-        char name[] = "/tmp/fuzz-tasklist-XXXXXX";
-        if (mkdtemp(name) == nullptr)
-            std::abort();
-        dir = name;
+        dir = make_fuzz_work_dir("tasklist");
         list = dir + "/list.xml";
         list_win = Ostrel::FileSystem::ToWindowsPath(list.c_str());
         Ostrel::Log::SetLevel(0);

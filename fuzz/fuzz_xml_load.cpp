@@ -11,6 +11,8 @@
 #include <vellument/Ostrel_Log.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "fuzz/work_dir.h"
+
 namespace {
 
 // A private directory for the input and output files, removed when the fuzzer exits.
@@ -20,10 +22,7 @@ struct WorkDir {
     std::string output;
     WorkDir()
     {
-        char name[] = "/tmp/fuzz-xml-load-XXXXXX";
-        if (mkdtemp(name) == nullptr)
-            std::abort();
-        dir = name;
+        dir = make_fuzz_work_dir("xml-load");
         input = dir + "/in.xml";
         output = dir + "/out.xml";
         Ostrel::Log::SetLevel(0);

@@ -3,6 +3,8 @@
 #include <climits>
 #include <cstring>
 
+#include <vellument/Ostrel_Format.h>
+
 namespace {
 
 // The company directory of the process; empty until a vellument opens.
@@ -10,29 +12,6 @@ std::string& company_dir()
 {
     static std::string dir;
     return dir;
-}
-
-// Replaces every occurrence of what, scanning left to right; a replacement is not searched again.
-std::string replace_all(const std::string& text, const std::string& what, const std::string& with)
-{
-    std::string result;
-    result.reserve(text.size());
-    std::string::size_type from = 0;
-    for (;;) {
-        std::string::size_type at = text.find(what, from);
-        if (at == std::string::npos)
-            break;
-        result.append(text, from, at - from);
-        result += with;
-        from = at + what.size();
-    }
-    result.append(text, from, std::string::npos);
-    return result;
-}
-
-std::string as_string(const char* path)
-{
-    return path != nullptr ? std::string(path) : std::string();
 }
 
 } // namespace
@@ -45,8 +24,8 @@ std::string CPathHandling::get_company_dir()
 void CPathHandling::set_company_dir(const char* path)
 {
     // Opening upper-cases the vellument's path, so only the capital forms mark a sub-directory.
-    std::string dir = replace_all(as_string(path), "\\HISTORIES\\", "\\");
-    company_dir() = replace_all(dir, "\\DRAFTS\\", "\\");
+    std::string dir = Ostrel::Format::ReplaceAll(Ostrel::Format::TextOf(path), "\\HISTORIES\\", "\\");
+    company_dir() = Ostrel::Format::ReplaceAll(dir, "\\DRAFTS\\", "\\");
 }
 
 namespace {

@@ -4,6 +4,8 @@
 #include <set>
 #include <stdexcept>
 
+#include <vellument/Ostrel_Format.h>
+
 using Vellument::FORM_TYPES;
 
 namespace {
@@ -137,17 +139,12 @@ const std::map<std::string, std::string>& local_codes()
     return table;
 }
 
-std::string as_string(const char* text)
-{
-    return text != nullptr ? std::string(text) : std::string();
-}
-
 } // namespace
 
 FORM_TYPES get_form_type_from_string(const char* form_type)
 {
     try {
-        return form_types_by_string().at(as_string(form_type));
+        return form_types_by_string().at(Ostrel::Format::TextOf(form_type));
     } catch (const std::out_of_range&) {
         return Vellument::FORM_TYPES_UNKNOWN;
     }
@@ -165,7 +162,7 @@ std::string get_vellument_name_middle(FORM_TYPES type)
 tasklist_category_info get_task_list_category_info(const char* form_type)
 {
     try {
-        return task_list_categories().at(as_string(form_type));
+        return task_list_categories().at(Ostrel::Format::TextOf(form_type));
     } catch (const std::out_of_range&) {
         return tasklist_category_info{"", ""};
     }
@@ -179,7 +176,7 @@ bool form_type_is_1099(const char* form_type)
 std::string convert_form_code_to_form_type_string(const char* code)
 {
     try {
-        return form_type_strings_by_code().at(as_string(code));
+        return form_type_strings_by_code().at(Ostrel::Format::TextOf(code));
     } catch (const std::out_of_range&) {
         return std::string();
     }
@@ -187,7 +184,7 @@ std::string convert_form_code_to_form_type_string(const char* code)
 
 std::string convert_local_code(const char* code)
 {
-    const std::string text = as_string(code);
+    const std::string text = Ostrel::Format::TextOf(code);
     try {
         return local_codes().at(text);
     } catch (const std::out_of_range&) {

@@ -61,9 +61,14 @@ TEST(Format, WideConversionCountsInvalidBytesOneByOne)
     EXPECT_EQ(WideToUtf8(std::u16string(1, char16_t(0xD800))), "\xEF\xBF\xBD");
 }
 
-TEST(Format, AsciiCaseHelpers)
+TEST(Format, TextHelpers)
 {
     EXPECT_EQ(ToUpperAscii("Vellument_w2.vlm\xE9"), "VELLUMENT_W2.VLM\xE9");
     EXPECT_TRUE(EqualsNoCaseAscii("Histories", "HISTORIES"));
     EXPECT_FALSE(EqualsNoCaseAscii("Histories", "HISTORIE"));
+    EXPECT_EQ(TextOf(nullptr), "");
+    // Left to right, and a replacement is not searched again; an empty pattern changes nothing.
+    EXPECT_EQ(ReplaceAll("C:\\CO\\HISTORIES\\HISTORIES\\", "\\HISTORIES\\", "\\"), "C:\\CO\\HISTORIES\\");
+    EXPECT_EQ(ReplaceAll("aaa", "a", "aa"), "aaaaaa");
+    EXPECT_EQ(ReplaceAll("abc", "", "x"), "abc");
 }

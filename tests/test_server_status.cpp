@@ -232,6 +232,19 @@ TEST(ServerStatus, NothingChangesWithoutAnEfiledCopyOrWithoutAnAnswer)
     s.v->update_status_from_web();
     EXPECT_FALSE(s.v->is_web_service_error());
     EXPECT_EQ(s.v->get_transaction_count(), 3);
+    // Nor is one whose copies, nested in one another, would cost far more to read than its size.
+    std::string nested;
+    for (int i = 0; i < 20000; ++i)
+        nested += "<Copy Type=\"Federal\" Identifier=\"FE\" Efiled=\"true\">";
+    for (int i = 0; i < 20000; ++i)
+        nested += "</Copy>";
+    server_says(down, nested);
+    {
+        LogCapture log;
+        s.v->update_status_from_web();
+        EXPECT_EQ(s.v->get_transaction_count(), 3);
+        EXPECT_TRUE(log.contains("the file is not read"));
+    }
     server_says(down, copy("Federal", "FE", true) + copy("State", "MN", true));
     s.v->update_status_from_web();
     EXPECT_FALSE(s.v->is_web_service_error());

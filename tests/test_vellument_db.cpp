@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -573,6 +574,34 @@ TEST_F(Mirror, OpenSavesThroughTheMirrorItLastUsed)
     read_only.open(co.win("Histories\\Vellument_W2_2022.VLM").c_str(), "", "", "", false, true);
     EXPECT_TRUE(read_only.save_to_vellument_database(co.disk("never.db"), "", ""));
     EXPECT_FALSE(std::filesystem::exists(co.disk("never.db")));
+}
+
+TEST_F(Mirror, NameGivesYearAndFormTypeAsOpenDoes)
+{
+    // Of the name's last 8 characters the first 4, however short the name.
+    CVellument read_short;
+    EXPECT_FALSE(read_short.read_from_vellument_database("A_1.VLM", "", "", "", db_path, ""));
+    EXPECT_EQ(read_short.get_filing_year(), "A_1.");
+    CVellument delete_short;
+    delete_short.delete_record(db_path, "", "A_1.VLM");
+    EXPECT_EQ(delete_short.get_filing_year(), "A_1.");
+    CVellument read_full;
+    const std::string full = co.win("Vellument_W2_2021.VLM");
+    EXPECT_FALSE(read_full.read_from_vellument_database(full.c_str(), "", "", "", db_path, ""));
+    EXPECT_EQ(read_full.get_filing_year(), "2021");
+
+    // A name without any underscore has no form type: the caller hears of it as from open.
+    const std::string plain = co.win("Plain.VLM");
+    CVellument reader;
+    EXPECT_THROW(reader.read_from_vellument_database(plain.c_str(), "", "2021", "", db_path, ""),
+                 std::invalid_argument);
+    DatabaseEx db;
+    ASSERT_TRUE(db.OpenFile(db_path, ""));
+    EXPECT_THROW(reader.read_from_vellument_database(plain.c_str(), "", "2021", "", &db), std::invalid_argument);
+    CVellument deleter;
+    deleter.set_vellument_name("Kept.VLM");
+    EXPECT_THROW(deleter.delete_record(db_path, "", plain), std::invalid_argument);
+    EXPECT_EQ(deleter.get_vellument_name(), "Kept.VLM");
 }
 
 TEST(LocalList, LoadedFromTheReferenceDatabase)

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <vellument/CDictionary.h>
+#include <vellument/CFiling.h>
 #include <vellument/CPackage.h>
 #include <vellument/CPathHandling.h>
 #include <vellument/CStatus.h>
@@ -106,28 +107,42 @@ TEST(VellumentOpen, MissingOrMalformedFileGivesOneFreshTransaction)
     EXPECT_EQ(again.get_transaction_count(), 2);
 }
 
-TEST(VellumentOpen, RecordsNestedInTheirOwnKindAreNotRead)
+TEST(VellumentOpen, RecordsAreFoundAtAnyDepthUnlessTheReadingCostRunsAway)
 {
-    // Every record would read all that lies below it again: 30,000 nested filings would take
-    // minutes and gigabytes. Such a file is taken as unreadable; neighbours of other kinds are not.
+    // Each record collects its own kind at any depth: a filing inside a filing is two filings of
+    // the package, and the outer filing holds both forms.
     Company co;
-    std::string nested;
-    for (int i = 0; i < 30000; ++i)
-        nested += "<Filing Type=\"Federal\">";
-    nested += "<Form/>";
-    for (int i = 0; i < 30000; ++i)
-        nested += "</Filing>";
-    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package>" + nested + "</Package></Transaction>"));
-    CVellument v;
-    v.open(co.win(kName).c_str(), "", "", "", false, true);
-    ASSERT_EQ(v.get_transaction_count(), 1);
-    EXPECT_EQ(v.get_current_package()->get_filing_count(), 0);
+    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package><Filing Identifier=\"A\"><Form/>"
+                              "<Filing Identifier=\"B\"><Form/></Filing></Filing></Package>"
+                              "<Status><Copy Identifier=\"A\"><Copy Identifier=\"B\"/></Copy></Status>"
+                              "<Transaction Action=\"Bug Fix\"><Package/><Status/></Transaction></Transaction>"));
+    CVellument nested;
+    nested.open(co.win(kName).c_str(), "", "", "", false, true);
+    ASSERT_EQ(nested.get_transaction_count(), 2);
+    const CPackage* package = nested.get_transaction(0)->get_package();
+    ASSERT_EQ(package->get_filing_count(), 2);
+    EXPECT_EQ(package->get_filing_at(0)->get_identifier(), "A");
+    EXPECT_EQ(package->get_filing_at(0)->get_form_count(), 2);
+    EXPECT_EQ(package->get_filing_at(1)->get_identifier(), "B");
+    EXPECT_EQ(nested.get_transaction(0)->get_status()->get_copy_count(), 2);
+    EXPECT_EQ(nested.get_transaction(1)->get_action(), Vellument::ACTION_BUG_FIX);
 
-    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package><Filing><Form/><Copy/></Filing>"
-                              "<Filing><Form/></Filing></Package><Status><Copy/></Status></Transaction>"));
-    CVellument plain;
-    plain.open(co.win(kName).c_str(), "", "", "", false, true);
-    EXPECT_EQ(plain.get_current_transaction()->get_package()->get_filing_count(), 2);
+    // 30,000 filings inside one another would each read all below them again: minutes and
+    // gigabytes. Such a file is refused, with a line in the log, before any of it is read.
+    std::string deep;
+    for (int i = 0; i < 30000; ++i)
+        deep += "<Filing Type=\"Federal\">";
+    deep += "<Form/>";
+    for (int i = 0; i < 30000; ++i)
+        deep += "</Filing>";
+    co.write(kDisk, trail("", "<Transaction Action=\"Filing\"><Package>" + deep + "</Package></Transaction>"));
+
+    LogCapture log;
+    CVellument hostile;
+    hostile.open(co.win(kName).c_str(), "", "", "", false, true);
+    ASSERT_EQ(hostile.get_transaction_count(), 1);
+    EXPECT_EQ(hostile.get_current_package()->get_filing_count(), 0);
+    EXPECT_TRUE(log.contains("the file is not read"));
 }
 
 TEST(VellumentOpen, DocumentWithoutTransactionThrowsZero)

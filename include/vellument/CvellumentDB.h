@@ -71,16 +71,11 @@ public:
 
 private:
     // The vellument's own operations reach the mapper with its private record.
-    friend class CVellument;
     friend class vellument_impl;
 
     bool _writeRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
     COXMLDocument* _readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
     bool _deleteRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
-    // The vellument's save through a database file: delete, write, then the file whatever the
-    // database did. Returns the result of the write.
-    bool _saveThroughPath(vellument_impl& vellument, const std::string& path, const std::string& password,
-                          const std::string& vellument_name) const;
 
     bool _checkTablesExist() const;
     bool _dropTables() const;

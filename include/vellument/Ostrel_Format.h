@@ -52,6 +52,12 @@ VELLUMENT_API std::string ToUpperAscii(std::string text);
 VELLUMENT_API std::string ToLowerAscii(std::string text);
 VELLUMENT_API bool EqualsNoCaseAscii(const std::string& a, const std::string& b);
 
+// The text of a C string; null gives "".
+VELLUMENT_API std::string TextOf(const char* text);
+// Replaces every occurrence of what, scanning left to right; a replacement is not searched again.
+// An empty what changes nothing.
+VELLUMENT_API std::string ReplaceAll(const std::string& text, const std::string& what, const std::string& with);
+
 } // namespace Format
 } // namespace Ostrel
 
