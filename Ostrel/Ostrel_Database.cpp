@@ -87,26 +87,27 @@ inline bool is_word_char(char c)
     return chars.table[static_cast<unsigned char>(c)];
 }
 
-bool is_select(const char* word, std::size_t size)
+// A keyword, compared without regard to ASCII case; keyword is in lower case.
+bool is_keyword(const char* word, std::size_t size, const char* keyword)
 {
-    static const char kSelect[] = "select";
-    if (size != 6)
-        return false;
-    for (std::size_t i = 0; i < 6; ++i) {
+    for (std::size_t i = 0; i < size; ++i) {
         char c = word[i];
         if (c >= 'A' && c <= 'Z')
             c = static_cast<char>(c - 'A' + 'a');
-        if (c != kSelect[i])
+        if (keyword[i] == '\0' || c != keyword[i])
             return false;
     }
-    return true;
+    return keyword[size] == '\0';
 }
 
-// Statements that change rows often differ only in the integer keys spliced into them. Their shape,
-// with each such integer replaced by a parameter mark, is prepared once and the integers are bound.
-// Only INSERT, UPDATE and DELETE statements without a SELECT inside are shaped, and only when every
-// number in them is a plain decimal integer: in any other statement a literal can mean more than
-// its value (ORDER BY 1, a type's length). False: prepare the text as it stands.
+// Statements often differ only in the integer keys spliced into them. Their shape, with each such
+// integer replaced by a parameter mark, is prepared once and the integers are bound. Shaped are:
+// - INSERT, UPDATE and DELETE statements without a SELECT inside, every integer literal;
+// - SELECT statements, only integers compared by "=" (also "==", "<=", ">=", "!=") after the
+//   statement's own FROM, so that the result's column names, which SQLite takes from the text of
+//   the result columns, stay as written.
+// In either case only when every number met is a plain decimal integer: elsewhere a literal can
+// mean more than its value (ORDER BY 1, a type's length). False: prepare the text as it stands.
 bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
 {
     shape.clear();
@@ -117,10 +118,15 @@ bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
     std::string verb;
     for (const char* q = p; is_word_char(*q) && verb.size() < 8; ++q)
         verb += static_cast<char>((*q >= 'a' && *q <= 'z') ? *q - 'a' + 'A' : *q);
-    if (verb != "INSERT" && verb != "UPDATE" && verb != "DELETE")
+    const bool select = verb == "SELECT";
+    if (!select && verb != "INSERT" && verb != "UPDATE" && verb != "DELETE")
         return false;
 
     bool any_literal = false;
+    bool past_from = false;     // a SELECT's own FROM has been met
+    int depth = 0;              // of parentheses
+    char last_sign = '\0';      // the last character other than a blank, outside words
+    bool after_distinct = false;  // "IS [NOT] DISTINCT FROM" is an operator, not the FROM clause
     shape.reserve(std::strlen(sql));
     slots.reserve(16);
     // Text is copied in runs; only an integer literal breaks a run.
@@ -138,6 +144,7 @@ bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
                 }
                 ++p;
             }
+            last_sign = c;
         } else if (c == '-' && p[1] == '-') {
             while (*p != '\0' && *p != '\n')
                 ++p;
@@ -151,6 +158,7 @@ bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
             if (p[1] >= '0' && p[1] <= '9')
                 return false;  // numbered marks would mix with ours
             slots.push_back(Slot{false, 0});
+            last_sign = c;
             ++p;
         } else if (c == ':' || c == '@' || c == '$') {
             return false;  // named marks likewise
@@ -162,18 +170,34 @@ bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
                 ++p;
             if (is_word_char(*p) || *p == '.' || p - start > 18)
                 return false;  // a real, hex or oversized number keeps its exact literal meaning
-            shape.append(run, start);
-            shape += '?';
-            run = p;
-            slots.push_back(Slot{true, std::strtoll(start, nullptr, 10)});
-            any_literal = true;
+            if (!select || (past_from && last_sign == '=')) {
+                shape.append(run, start);
+                shape += '?';
+                run = p;
+                slots.push_back(Slot{true, std::strtoll(start, nullptr, 10)});
+                any_literal = true;
+            }
+            last_sign = '0';
         } else if (is_word_char(c)) {
             const char* start = p;
             while (is_word_char(*p))
                 ++p;
-            if (is_select(start, static_cast<std::size_t>(p - start)))
-                return false;
+            const std::size_t size = static_cast<std::size_t>(p - start);
+            if (is_keyword(start, size, "select")) {
+                if (!select)
+                    return false;
+            } else if (select && depth == 0 && !after_distinct && is_keyword(start, size, "from")) {
+                past_from = true;
+            }
+            after_distinct = is_keyword(start, size, "distinct");
+            last_sign = 'a';
         } else {
+            if (c == '(')
+                ++depth;
+            else if (c == ')' && depth > 0)
+                --depth;
+            if (c != ' ' && c != '\t' && c != '\r' && c != '\n')
+                last_sign = c;
             ++p;
         }
     }
@@ -586,21 +610,41 @@ std::string DatabaseEx::GetLastErrorText() const
 
 struct RecordSet::Impl {
     std::vector<std::string> names;
-    std::vector<std::string> cells;  // row after row
+    // Every cell of every row, row after row, each closed by a NUL, in one buffer: a result of
+    // many small rows costs no allocation per cell. starts[i] is where cell i begins; its size
+    // runs to the next start, less the NUL.
+    std::string text;
+    std::vector<std::size_t> starts;
     std::size_t row_count = 0;
     std::size_t position = 0;
 
-    const std::string* cell(long index) const
+    // Cell index of a column in the present row, or -1.
+    long index_of(long column) const
     {
-        if (position >= row_count || index < 0 || static_cast<std::size_t>(index) >= names.size())
-            return nullptr;
-        return &cells[position * names.size() + static_cast<std::size_t>(index)];
+        if (position >= row_count || column < 0 || static_cast<std::size_t>(column) >= names.size())
+            return -1;
+        return static_cast<long>(position * names.size() + static_cast<std::size_t>(column));
+    }
+    const char* cell_text(long cell) const { return text.data() + starts[static_cast<std::size_t>(cell)]; }
+    std::size_t cell_size(long cell) const
+    {
+        const std::size_t next = static_cast<std::size_t>(cell) + 1;
+        const std::size_t end = next < starts.size() ? starts[next] : text.size();
+        return end - starts[static_cast<std::size_t>(cell)] - 1;
+    }
+    void add_cell(const char* value, std::size_t size)
+    {
+        starts.push_back(text.size());
+        if (size > 0)
+            text.append(value, size);
+        text.push_back('\0');
     }
 
     void clear()
     {
         names.clear();
-        cells.clear();
+        text.clear();
+        starts.clear();
         row_count = 0;
         position = 0;
     }
@@ -617,8 +661,9 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     if (database == nullptr)
         return false;
     DatabaseEx::Impl& db = *database->m_impl;
-    sqlite3_stmt* prepared = db.statement(sql);
-    if (prepared == nullptr)
+    std::vector<Slot>& slots = db.scratch_slots;
+    sqlite3_stmt* prepared = db.statement(sql, &slots);
+    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>()))
         return false;
     const int columns = sqlite3_column_count(prepared);
     d.names.reserve(static_cast<std::size_t>(columns));
@@ -632,12 +677,9 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     while ((rc = sqlite3_step(prepared)) == SQLITE_ROW) {
         for (int i = 0; i < columns; ++i) {
             const unsigned char* text = sqlite3_column_text(prepared, i);
-            const int size = sqlite3_column_bytes(prepared, i);
-            if (text != nullptr)
-                d.cells.emplace_back(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
-            else
-                d.cells.emplace_back();
-            bytes += static_cast<std::size_t>(size) + sizeof(std::string);
+            const int size = text != nullptr ? sqlite3_column_bytes(prepared, i) : 0;
+            d.add_cell(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
+            bytes += static_cast<std::size_t>(size) + 1 + sizeof(std::size_t);
         }
         ++d.row_count;
         if (bytes > kMaxSnapshotBytes) {
@@ -700,8 +742,8 @@ int RecordSet::FieldsCount() const
 
 std::string RecordSet::GetFieldValue(int index) const
 {
-    const std::string* value = m_impl->cell(index);
-    return value != nullptr ? *value : std::string();
+    const long cell = m_impl->index_of(index);
+    return cell < 0 ? std::string() : std::string(m_impl->cell_text(cell), m_impl->cell_size(cell));
 }
 
 std::string RecordSet::GetFieldValue(std::string name) const
@@ -726,8 +768,8 @@ std::string RecordSet::GetFieldName(int index) const
 
 const char* RecordSet::GetColumnString(long index) const
 {
-    const std::string* value = m_impl->cell(index);
-    return value != nullptr ? value->c_str() : "";
+    const long cell = m_impl->index_of(index);
+    return cell < 0 ? "" : m_impl->cell_text(cell);
 }
 
 // --- OstrelDataDatabase ----------------------------------------------------------------------

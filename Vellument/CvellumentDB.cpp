@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -176,6 +177,59 @@ const char* const kDropStatements[] = {
     "DROP TABLE VLMdictionary", "DROP TABLE VLMdictionaryEntry",
 };
 
+// Each child row is looked up by its parent's key, on every read and delete: without an index on
+// that column each lookup scans its whole table. The indexes go with the tables, and files made
+// before them get them at the schema check; the schema version stays, since the tables don't
+// change. Each is named after its table, "<table>_parentID".
+const char* const kParentIndexedTables[] = {
+    "VLMauditTrail", "VLMtransaction", "VLMpackage", "VLMstatus",          "VLMcopy",
+    "VLMfiling",     "VLMform",        "VLMhistory", "VLMdictionaryEntry",
+};
+
+// Only speed depends on the indexes: a file that can't take them (read-only, full) is still used.
+void add_parent_indexes(Ostrel::DatabaseEx* database)
+{
+    std::string names;
+    for (const char* table : kParentIndexedTables)
+        names += std::string(names.empty() ? "'" : ", '") + table + "_parentID'";
+    {
+        Ostrel::RecordSet rows;
+        if (rows.Open(("SELECT count(*) FROM sqlite_master WHERE type = 'index' AND name IN (" + names + ");").c_str(),
+                      database) &&
+            std::atoi(rows.GetColumnString(0)) == static_cast<int>(std::size(kParentIndexedTables)))
+            return;
+    }
+    for (const char* table : kParentIndexedTables) {
+        const std::string sql =
+            std::string("CREATE INDEX IF NOT EXISTS ") + table + "_parentID ON " + table + " (parentID);";
+        if (!database->Execute(sql.c_str())) {
+            VLOG(3, "[CvellumentDB] Could not add index: %s\n", sql.c_str());
+            return;
+        }
+    }
+}
+
+// A read runs in one transaction, so that the file is locked once rather than per statement. Ends
+// only what it began.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(Ostrel::DatabaseEx* database)
+        : m_database(database), m_begun(database->BeginTransaction(false))
+    {
+    }
+    ~ReadTransaction()
+    {
+        if (m_begun)
+            m_database->CommitTransaction();
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+private:
+    Ostrel::DatabaseEx* m_database;
+    bool m_begun;
+};
+
 // Asked after every insert: made once.
 const std::string& last_insert()
 {
@@ -291,7 +345,7 @@ void copy_attributes(CkXml* element, const Ostrel::RecordSet& rows, int skipped)
         return;
     const int count = rows.GetFieldCount();
     for (int i = 1; i < count - skipped; ++i)
-        element->AddAttribute(rows.GetFieldName(i).c_str(), rows.GetFieldValue(i).c_str());
+        element->AddAttribute(rows.GetFieldName(i).c_str(), rows.GetColumnString(i));
 }
 
 } // namespace
@@ -423,8 +477,10 @@ bool CvellumentDB::_checkTablesExist() const
             return true;
         version = as_number(rows.GetFieldValue(0));
     }
-    if (version == 0 || version == kVersion)
+    if (version == 0 || version == kVersion) {
+        add_parent_indexes(database);
         return true;
+    }
     VLOG(3, "[CvellumentDB] Table versions are not equal, migrating tableVer: %d codeVersion: %d.\n", version,
          kVersion);
     MigrateTables();
@@ -479,6 +535,7 @@ bool CvellumentDB::createTables() const
         }
         ++index;
     }
+    add_parent_indexes(database);
     database->CommitTransaction();
     return true;
 }
@@ -964,6 +1021,7 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         return nullptr;
     }
 
+    const ReadTransaction read_transaction(database);
     const int trail_id = _checkAndInsertVellument(
         xml.get(),
         format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "

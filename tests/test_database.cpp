@@ -273,6 +273,18 @@ TEST_F(Database, SplicedNumbersKeepTheirMeaning)
     EXPECT_EQ(seen, (std::vector<std::string>{"2:k27:-5:integer", "3:k37:1.5:real", "4:hex:16:integer",
                                               "5:quoted 12:1.0e+20:real", "6:k17:7:integer",
                                               "7:bound 3:42:integer"}));
+
+    // A query's keys are shared the same way, but only those compared after its FROM: the result's
+    // column names come from the text before it.
+    for (const char* id : {"4", "6", "7"}) {
+        ASSERT_TRUE(rows.Open((std::string("SELECT n = 42, name FROM t WHERE id = ") + id + " ORDER BY 1;").c_str(),
+                              &db));
+        ASSERT_EQ(rows.GetRecordCount(), 1) << id;
+        EXPECT_EQ(rows.GetFieldName(0), "n = 42");
+        EXPECT_EQ(rows.GetFieldValue(0), id == std::string("7") ? "1" : "0");
+    }
+    ASSERT_TRUE(rows.Open("SELECT name FROM t WHERE id = (SELECT max(id) FROM t WHERE n >= 16 AND n <= 16);", &db));
+    EXPECT_EQ(rows.GetFieldValue(0), "hex");
 }
 
 TEST_F(Database, RecordSetIsASnapshot)
