@@ -27,6 +27,8 @@ const int kBusyTimeoutMs = 5000;
 const int kProgressInterval = 10000;
 const unsigned long long kDefaultStepLimit = 500000000ULL;
 const std::size_t kMaxSnapshotBytes = 512u * 1024u * 1024u;
+const char kLastInsertRowid[] = "SELECT last_insert_rowid();";
+const char kLastInsertRowidColumn[] = "last_insert_rowid()";
 
 // True when text holds nothing but blanks, semicolons and comments: what may follow the one
 // statement that a call runs.
@@ -640,13 +642,17 @@ struct RecordSet::Impl {
         text.push_back('\0');
     }
 
-    void clear()
+    void clear_rows()
     {
-        names.clear();
         text.clear();
         starts.clear();
         row_count = 0;
         position = 0;
+    }
+    void clear()
+    {
+        names.clear();
+        clear_rows();
     }
 };
 
@@ -657,19 +663,33 @@ RecordSet::~RecordSet() = default;
 bool RecordSet::Open(const char* sql, DatabaseEx* database)
 {
     Impl& d = *m_impl;
-    d.clear();
-    if (database == nullptr)
+    // The names are overwritten in place: a set opened again and again reuses their memory.
+    d.clear_rows();
+    if (database == nullptr) {
+        d.names.clear();
         return false;
+    }
     DatabaseEx::Impl& db = *database->m_impl;
+    // Asked after every insert: the connection knows the answer without running a statement.
+    if (sql != nullptr && db.db != nullptr && std::strcmp(sql, kLastInsertRowid) == 0) {
+        d.names.resize(1);
+        d.names[0].assign(kLastInsertRowidColumn);
+        const std::string key = std::to_string(sqlite3_last_insert_rowid(db.db));
+        d.add_cell(key.data(), key.size());
+        d.row_count = 1;
+        return true;
+    }
     std::vector<Slot>& slots = db.scratch_slots;
     sqlite3_stmt* prepared = db.statement(sql, &slots);
-    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>()))
+    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>())) {
+        d.names.clear();
         return false;
+    }
     const int columns = sqlite3_column_count(prepared);
-    d.names.reserve(static_cast<std::size_t>(columns));
+    d.names.resize(static_cast<std::size_t>(columns));
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(prepared, i);
-        d.names.push_back(name != nullptr ? name : "");
+        d.names[static_cast<std::size_t>(i)].assign(name != nullptr ? name : "");
     }
     int rc;
     std::size_t bytes = 0;

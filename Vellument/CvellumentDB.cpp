@@ -47,6 +47,12 @@ public:
     std::string password;
     Ostrel::DatabaseEx* database;
     bool owns_database = true;
+
+    // Kept between the statements of a write, which runs several per row, so that their memory
+    // is reused.
+    std::string insert_sql;
+    std::vector<std::pair<std::string, int>> insert_parameters;
+    Ostrel::RecordSet selected;
 };
 
 struct CvellumentDB::KeyLink {
@@ -544,12 +550,12 @@ bool CvellumentDB::createTables() const
 
 int CvellumentDB::_selectStatement(const std::string& sql) const
 {
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = m_impl->selected;
     if (!rows.Open(sql.c_str(), getDatabase())) {
         VLOG(1, "[CvellumentDB] Error executing select statement\n");
         return -1;
     }
-    return as_number(rows.GetFieldValue(0));
+    return std::atoi(rows.GetColumnString(0));
 }
 
 void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
@@ -577,8 +583,8 @@ void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
 int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& attributes) const
 {
     const bool parented = has_parent(table);
-    std::string sql;
-    sql.reserve(64 + 24 * attributes.size());
+    std::string& sql = m_impl->insert_sql;
+    sql.clear();
     sql += "INSERT INTO ";
     sql += table_name(table);
     sql += " ( ";
@@ -600,10 +606,12 @@ int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& a
     }
     sql += ");";
 
-    std::vector<std::pair<std::string, int>> parameters;
-    parameters.reserve(attributes.size());
-    for (const attributeDic& attribute : attributes)
-        parameters.emplace_back(attribute.attributeValue, 0);
+    std::vector<std::pair<std::string, int>>& parameters = m_impl->insert_parameters;
+    parameters.resize(attributes.size());
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+        parameters[i].first.assign(attributes[i].attributeValue);
+        parameters[i].second = 0;
+    }
     if (!getDatabase()->ExecuteAndBindStatement(sql, parameters, false)) {
         g_database_error = true;
         return -1;
