@@ -1,5 +1,8 @@
 #include <vellument/Ostrel_Format.h>
 
+#include <cstdint>
+#include <cstring>
+
 namespace Ostrel {
 namespace Format {
 
@@ -228,7 +231,16 @@ std::u16string AnsiToWide(const std::string& text)
 
 bool IsAscii(const char* text, std::size_t length)
 {
-    for (std::size_t i = 0; i < length; ++i) {
+    // Whole replies pass through here: eight bytes at a time, four words per test.
+    const std::uint64_t high = 0x8080808080808080ULL;
+    std::size_t i = 0;
+    for (; i + 32 <= length; i += 32) {
+        std::uint64_t words[4];
+        std::memcpy(words, text + i, sizeof words);
+        if (((words[0] | words[1] | words[2] | words[3]) & high) != 0)
+            return false;
+    }
+    for (; i < length; ++i) {
         if (static_cast<unsigned char>(text[i]) >= 0x80)
             return false;
     }
