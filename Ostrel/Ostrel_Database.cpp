@@ -611,7 +611,10 @@ std::string DatabaseEx::GetLastErrorText() const
 // --- RecordSet -------------------------------------------------------------------------------
 
 struct RecordSet::Impl {
+    // The first `columns` are the result's; the rest are kept from earlier results, so that a set
+    // opened again and again reuses their memory.
     std::vector<std::string> names;
+    std::size_t columns = 0;
     // Every cell of every row, row after row, each closed by a NUL, in one buffer: a result of
     // many small rows costs no allocation per cell. starts[i] is where cell i begins; its size
     // runs to the next start, less the NUL.
@@ -623,9 +626,9 @@ struct RecordSet::Impl {
     // Cell index of a column in the present row, or -1.
     long index_of(long column) const
     {
-        if (position >= row_count || column < 0 || static_cast<std::size_t>(column) >= names.size())
+        if (position >= row_count || column < 0 || static_cast<std::size_t>(column) >= columns)
             return -1;
-        return static_cast<long>(position * names.size() + static_cast<std::size_t>(column));
+        return static_cast<long>(position * columns + static_cast<std::size_t>(column));
     }
     const char* cell_text(long cell) const { return text.data() + starts[static_cast<std::size_t>(cell)]; }
     std::size_t cell_size(long cell) const
@@ -651,8 +654,14 @@ struct RecordSet::Impl {
     }
     void clear()
     {
-        names.clear();
+        columns = 0;
         clear_rows();
+    }
+    void set_column_name(std::size_t index, const char* name)
+    {
+        if (names.size() <= index)
+            names.resize(index + 1);
+        names[index].assign(name);
     }
 };
 
@@ -663,17 +672,14 @@ RecordSet::~RecordSet() = default;
 bool RecordSet::Open(const char* sql, DatabaseEx* database)
 {
     Impl& d = *m_impl;
-    // The names are overwritten in place: a set opened again and again reuses their memory.
-    d.clear_rows();
-    if (database == nullptr) {
-        d.names.clear();
+    d.clear();
+    if (database == nullptr)
         return false;
-    }
     DatabaseEx::Impl& db = *database->m_impl;
     // Asked after every insert: the connection knows the answer without running a statement.
     if (sql != nullptr && db.db != nullptr && std::strcmp(sql, kLastInsertRowid) == 0) {
-        d.names.resize(1);
-        d.names[0].assign(kLastInsertRowidColumn);
+        d.set_column_name(0, kLastInsertRowidColumn);
+        d.columns = 1;
         const std::string key = std::to_string(sqlite3_last_insert_rowid(db.db));
         d.add_cell(key.data(), key.size());
         d.row_count = 1;
@@ -681,16 +687,14 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     }
     std::vector<Slot>& slots = db.scratch_slots;
     sqlite3_stmt* prepared = db.statement(sql, &slots);
-    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>())) {
-        d.names.clear();
+    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>()))
         return false;
-    }
     const int columns = sqlite3_column_count(prepared);
-    d.names.resize(static_cast<std::size_t>(columns));
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(prepared, i);
-        d.names[static_cast<std::size_t>(i)].assign(name != nullptr ? name : "");
+        d.set_column_name(static_cast<std::size_t>(i), name != nullptr ? name : "");
     }
+    d.columns = static_cast<std::size_t>(columns);
     int rc;
     std::size_t bytes = 0;
     db.progress_calls = 0;
@@ -752,7 +756,7 @@ int RecordSet::GetRecordCount() const
 
 int RecordSet::GetFieldCount() const
 {
-    return static_cast<int>(m_impl->names.size());
+    return static_cast<int>(m_impl->columns);
 }
 
 int RecordSet::FieldsCount() const
@@ -769,11 +773,12 @@ std::string RecordSet::GetFieldValue(int index) const
 std::string RecordSet::GetFieldValue(std::string name) const
 {
     const std::vector<std::string>& names = m_impl->names;
-    for (std::size_t i = 0; i < names.size(); ++i)
+    const std::size_t columns = m_impl->columns;
+    for (std::size_t i = 0; i < columns; ++i)
         if (names[i] == name)
             return GetFieldValue(static_cast<int>(i));
     const std::string folded = case_folded(name);
-    for (std::size_t i = 0; i < names.size(); ++i)
+    for (std::size_t i = 0; i < columns; ++i)
         if (case_folded(names[i]) == folded)
             return GetFieldValue(static_cast<int>(i));
     return std::string();
@@ -781,7 +786,7 @@ std::string RecordSet::GetFieldValue(std::string name) const
 
 std::string RecordSet::GetFieldName(int index) const
 {
-    if (index < 0 || static_cast<std::size_t>(index) >= m_impl->names.size())
+    if (index < 0 || static_cast<std::size_t>(index) >= m_impl->columns)
         return std::string();
     return m_impl->names[static_cast<std::size_t>(index)];
 }

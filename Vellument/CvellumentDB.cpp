@@ -949,6 +949,7 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
     }
     const std::string child_tag = tag == "Copy" ? "History" : "Form";
     const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
         std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
         if (!element)
@@ -957,7 +958,6 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
         copy_attributes(element.get(), rows, 3);
 
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        Ostrel::RecordSet base;
         if (!base.Open(format("SELECT * FROM VLMfilingBase WHERE filingBaseID = %d", base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
@@ -984,13 +984,13 @@ bool CvellumentDB::_addFormOrHistory(CkXml* parent, const std::string& sql, cons
         return false;
     }
     const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
         std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
         if (!element)
             return false;
         copy_attributes(element.get(), rows, 3);
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        Ostrel::RecordSet base;
         if (!base.Open(with_key(base_sql, base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
