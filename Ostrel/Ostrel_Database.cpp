@@ -3,6 +3,7 @@
 #define SQLITE_HAS_CODEC 1
 #include <sqlcipher/sqlite3.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -700,10 +701,20 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     db.progress_calls = 0;
     while ((rc = sqlite3_step(prepared)) == SQLITE_ROW) {
         for (int i = 0; i < columns; ++i) {
-            const unsigned char* text = sqlite3_column_text(prepared, i);
-            const int size = text != nullptr ? sqlite3_column_bytes(prepared, i) : 0;
-            d.add_cell(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
-            bytes += static_cast<std::size_t>(size) + 1 + sizeof(std::size_t);
+            std::size_t size = 0;
+            if (sqlite3_column_type(prepared, i) == SQLITE_INTEGER) {
+                // The keys: the same decimal text that SQLite would make, without its allocation.
+                char digits[24];
+                const std::to_chars_result end =
+                    std::to_chars(digits, digits + sizeof digits, sqlite3_column_int64(prepared, i));
+                size = static_cast<std::size_t>(end.ptr - digits);
+                d.add_cell(digits, size);
+            } else {
+                const unsigned char* text = sqlite3_column_text(prepared, i);
+                size = text != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(prepared, i)) : 0;
+                d.add_cell(reinterpret_cast<const char*>(text), size);
+            }
+            bytes += size + 1 + sizeof(std::size_t);
         }
         ++d.row_count;
         if (bytes > kMaxSnapshotBytes) {

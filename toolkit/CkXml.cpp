@@ -362,6 +362,9 @@ bool CkXml::AddAttribute(const char* name, const char* value)
     std::lock_guard<std::mutex> treeGuard(m_impl->tree->lock);
     try {
         TreeNode* n = m_impl->node;
+        // Elements built one attribute at a time mostly get several.
+        if (n->attributes.empty())
+            n->attributes.reserve(8);
         n->attributes.emplace_back(trimWhite(fromAnsi(name)), fromAnsi(value));
     } catch (const std::bad_alloc&) {
         trail.message("Out of memory.");
