@@ -55,16 +55,20 @@ Fixture& fixture()
     return *f;
 }
 
-void BM_PugixmlParse(benchmark::State& state)
+void parse_with_pugixml(benchmark::State& state, const std::string& disk_file)
 {
-    Fixture& f = fixture();
     for (auto _ : state) {
         pugi::xml_document doc;
-        if (!doc.load_file(f.disk_file.c_str()))
+        if (!doc.load_file(disk_file.c_str()))
             state.SkipWithError("parse failed");
         benchmark::DoNotOptimize(doc.first_child());
     }
-    state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(f.disk_file));
+    state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(disk_file));
+}
+
+void BM_PugixmlParse(benchmark::State& state)
+{
+    parse_with_pugixml(state, fixture().disk_file);
 }
 BENCHMARK(BM_PugixmlParse)->Unit(benchmark::kMillisecond);
 
@@ -92,14 +96,18 @@ void BM_VellumentOpen(benchmark::State& state)
 }
 BENCHMARK(BM_VellumentOpen)->Unit(benchmark::kMillisecond);
 
-void BM_VellumentOpenReadOnly(benchmark::State& state)
+void open_read_only(benchmark::State& state, const std::string& vellument)
 {
-    Fixture& f = fixture();
     for (auto _ : state) {
         CVellument v;
-        v.open(f.vellument.c_str(), "", "", "", false, true);
+        v.open(vellument.c_str(), "", "", "", false, true);
         benchmark::DoNotOptimize(v.get_transaction_count());
     }
+}
+
+void BM_VellumentOpenReadOnly(benchmark::State& state)
+{
+    open_read_only(state, fixture().vellument);
 }
 BENCHMARK(BM_VellumentOpenReadOnly)->Unit(benchmark::kMillisecond);
 
@@ -149,25 +157,13 @@ const LargerFile& four_times()
 
 void BM_PugixmlParse4x(benchmark::State& state)
 {
-    const LargerFile& f = four_times();
-    for (auto _ : state) {
-        pugi::xml_document doc;
-        if (!doc.load_file(f.disk_file.c_str()))
-            state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(doc.first_child());
-    }
-    state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(f.disk_file));
+    parse_with_pugixml(state, four_times().disk_file);
 }
 BENCHMARK(BM_PugixmlParse4x)->Unit(benchmark::kMillisecond);
 
 void BM_VellumentOpenReadOnly4x(benchmark::State& state)
 {
-    const LargerFile& f = four_times();
-    for (auto _ : state) {
-        CVellument v;
-        v.open(f.vellument.c_str(), "", "", "", false, true);
-        benchmark::DoNotOptimize(v.get_transaction_count());
-    }
+    open_read_only(state, four_times().vellument);
 }
 BENCHMARK(BM_VellumentOpenReadOnly4x)->Unit(benchmark::kMillisecond);
 
