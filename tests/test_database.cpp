@@ -281,6 +281,8 @@ TEST_F(Database, SplicedNumbersKeepTheirMeaning)
                               &db));
         ASSERT_EQ(rows.GetRecordCount(), 1) << id;
         EXPECT_EQ(rows.GetFieldName(0), "n = 42");
+        EXPECT_EQ(rows.GetFieldCount(), 2);  // fewer columns than the set's last result
+        EXPECT_EQ(rows.GetFieldName(2), "");
         EXPECT_EQ(rows.GetFieldValue(0), id == std::string("7") ? "1" : "0");
     }
     ASSERT_TRUE(rows.Open("SELECT name FROM t WHERE id = (SELECT max(id) FROM t WHERE n >= 16 AND n <= 16);", &db));

@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    static const std::size_t kMaxChunkNodes = 96 * 1024 / sizeof(TreeNode);
+    static constexpr std::size_t kMaxChunkNodes = 96 * 1024 / sizeof(TreeNode);
     struct Chunk {
         TreeNode* nodes = nullptr;
         std::size_t used = 0;
