@@ -23,9 +23,10 @@ enum : unsigned char {
     kEndsValue = 4,          // either quote, and "&", which needs resolving
 };
 
+// Made at compile time: no parse can run before it is ready.
 struct StopTable {
     unsigned char bits[256] = {};
-    StopTable()
+    constexpr StopTable()
     {
         for (unsigned char c : {' ', '\t', '\r', '\n', '/', '>'})
             bits[c] |= kEndsTagName | kEndsAttributeName;
@@ -36,7 +37,7 @@ struct StopTable {
     }
 };
 
-const StopTable kStops;
+constexpr StopTable kStops;
 
 inline bool stopsAt(char c, unsigned char kind)
 {
