@@ -59,10 +59,7 @@ public:
     TreeNode* make()
     {
         if (chunks_.empty() || chunks_.back().used == chunks_.back().capacity) {
-            // Chunks stay under the allocator's threshold for mapping memory of its own, so that
-            // a tree made after another reuses its memory rather than faulting in fresh pages.
-            const std::size_t capacity =
-                chunks_.empty() ? 4 : std::min<std::size_t>(chunks_.back().capacity * 2, kMaxChunkNodes);
+            const std::size_t capacity = chunks_.empty() ? 4 : std::min<std::size_t>(chunks_.back().capacity * 2, 4096);
             chunks_.reserve(chunks_.size() + 1);
             Chunk chunk;
             chunk.nodes = static_cast<TreeNode*>(::operator new(capacity * sizeof(TreeNode)));
@@ -76,7 +73,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMaxChunkNodes = 96 * 1024 / sizeof(TreeNode);
     struct Chunk {
         TreeNode* nodes = nullptr;
         std::size_t used = 0;
@@ -108,9 +104,6 @@ struct TreeInfo {
     TreeNode* appendChild(TreeNode* parent, std::string tag)
     {
         TreeNode* n = newNode(std::move(tag), parent);
-        // Most elements that have children have a few: one allocation instead of three.
-        if (parent->children.empty())
-            parent->children.reserve(4);
         parent->children.push_back(n);
         return n;
     }
