@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -182,38 +181,6 @@ const char* const kDropStatements[] = {
     "DROP TABLE VLMformBase;",  "DROP TABLE VLMhistory;",    "DROP TABLE VLMform;",
     "DROP TABLE VLMdictionary", "DROP TABLE VLMdictionaryEntry",
 };
-
-// Each child row is looked up by its parent's key, on every read and delete: without an index on
-// that column each lookup scans its whole table. The indexes go with the tables, and files made
-// before them get them at the schema check; the schema version stays, since the tables don't
-// change. Each is named after its table, "<table>_parentID".
-const char* const kParentIndexedTables[] = {
-    "VLMauditTrail", "VLMtransaction", "VLMpackage", "VLMstatus",          "VLMcopy",
-    "VLMfiling",     "VLMform",        "VLMhistory", "VLMdictionaryEntry",
-};
-
-// Only speed depends on the indexes: a file that can't take them (read-only, full) is still used.
-void add_parent_indexes(Ostrel::DatabaseEx* database)
-{
-    std::string names;
-    for (const char* table : kParentIndexedTables)
-        names += std::string(names.empty() ? "'" : ", '") + table + "_parentID'";
-    {
-        Ostrel::RecordSet rows;
-        if (rows.Open(("SELECT count(*) FROM sqlite_master WHERE type = 'index' AND name IN (" + names + ");").c_str(),
-                      database) &&
-            std::atoi(rows.GetColumnString(0)) == static_cast<int>(std::size(kParentIndexedTables)))
-            return;
-    }
-    for (const char* table : kParentIndexedTables) {
-        const std::string sql =
-            std::string("CREATE INDEX IF NOT EXISTS ") + table + "_parentID ON " + table + " (parentID);";
-        if (!database->Execute(sql.c_str())) {
-            VLOG(3, "[CvellumentDB] Could not add index: %s\n", sql.c_str());
-            return;
-        }
-    }
-}
 
 // A read runs in one transaction, so that the file is locked once rather than per statement. Ends
 // only what it began.
@@ -483,10 +450,8 @@ bool CvellumentDB::_checkTablesExist() const
             return true;
         version = as_number(rows.GetFieldValue(0));
     }
-    if (version == 0 || version == kVersion) {
-        add_parent_indexes(database);
+    if (version == 0 || version == kVersion)
         return true;
-    }
     VLOG(3, "[CvellumentDB] Table versions are not equal, migrating tableVer: %d codeVersion: %d.\n", version,
          kVersion);
     MigrateTables();
@@ -541,7 +506,6 @@ bool CvellumentDB::createTables() const
         }
         ++index;
     }
-    add_parent_indexes(database);
     database->CommitTransaction();
     return true;
 }

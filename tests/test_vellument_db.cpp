@@ -209,16 +209,6 @@ TEST_F(Mirror, SchemaStandsAsOtherProgramsReadIt)
         "table|VLMdictionary|CREATE TABLE VLMdictionary( dictionaryID INTEGER PRIMARY KEY,tableVer INT  )",
         "table|VLMdictionaryEntry|CREATE TABLE VLMdictionaryEntry( entryID  INTEGER PRIMARY KEY,Key STRING, Value "
         "STRING, tableVer INT , parentID INTEGER REFERENCES VLMdictionary(dictionaryID) )",
-        // The lookups of child rows by their parent's key are indexed.
-        "index|VLMauditTrail_parentID|CREATE INDEX VLMauditTrail_parentID ON VLMauditTrail (parentID)",
-        "index|VLMtransaction_parentID|CREATE INDEX VLMtransaction_parentID ON VLMtransaction (parentID)",
-        "index|VLMpackage_parentID|CREATE INDEX VLMpackage_parentID ON VLMpackage (parentID)",
-        "index|VLMstatus_parentID|CREATE INDEX VLMstatus_parentID ON VLMstatus (parentID)",
-        "index|VLMcopy_parentID|CREATE INDEX VLMcopy_parentID ON VLMcopy (parentID)",
-        "index|VLMfiling_parentID|CREATE INDEX VLMfiling_parentID ON VLMfiling (parentID)",
-        "index|VLMform_parentID|CREATE INDEX VLMform_parentID ON VLMform (parentID)",
-        "index|VLMhistory_parentID|CREATE INDEX VLMhistory_parentID ON VLMhistory (parentID)",
-        "index|VLMdictionaryEntry_parentID|CREATE INDEX VLMdictionaryEntry_parentID ON VLMdictionaryEntry (parentID)",
         "view|VLMcurrentVellument|CREATE VIEW VLMcurrentVellument AS SELECT * FROM VLMvellument INNER JOIN "
         "VLMauditTrail ON VLMauditTrail.auditTrailID = VLMvellument.childID AND VLMvellument.formType = 'W2' AND "
         "VLMvellument.filingYear = 2021",
@@ -341,39 +331,6 @@ TEST_F(Mirror, OlderSchemaIsDroppedAndBuiltAnew)
     std::unique_ptr<COXMLDocument> document(mapper.readRecords(v.get(), nullptr));
     EXPECT_EQ(document, nullptr);
     EXPECT_EQ(count_rows(db_path, "VLMvellument"), -1);
-}
-
-// A mirror made before the parent indexes gets them at the schema check of a read, keeps its
-// schema version, and reads as it did.
-TEST_F(Mirror, FileWithoutParentIndexesGetsThemAndReadsAlike)
-{
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
-    CvellumentDB mapper;
-    ASSERT_TRUE(mapper.writeRecords(v.get(), db_path, ""));
-    std::unique_ptr<COXMLDocument> indexed(mapper.readRecords(v.get(), nullptr));
-    ASSERT_NE(indexed, nullptr);
-    ASSERT_NE(0, indexed->save(co.win("indexed.xml").c_str()));
-
-    const char* const kIndexCount = "SELECT count(*) FROM sqlite_master WHERE type = 'index';";
-    DatabaseEx db;
-    ASSERT_TRUE(db.OpenFile(db_path, ""));
-    RecordSet rows;
-    ASSERT_TRUE(rows.Open("SELECT name FROM sqlite_master WHERE type = 'index';", &db));
-    for (; !rows.IsEOF(); rows.MoveNext())
-        ASSERT_TRUE(db.Execute(("DROP INDEX " + rows.GetFieldValue(0) + ";").c_str()));
-    ASSERT_TRUE(rows.Open(kIndexCount, &db));
-    ASSERT_EQ(rows.GetFieldValue(0), "0");
-
-    CvellumentDB reader;
-    std::unique_ptr<COXMLDocument> old_file(reader.readRecords(v.get(), db_path, ""));
-    ASSERT_NE(old_file, nullptr);
-    ASSERT_NE(0, old_file->save(co.win("old_file.xml").c_str()));
-    EXPECT_EQ(co.read("old_file.xml"), co.read("indexed.xml"));
-    ASSERT_TRUE(rows.Open(kIndexCount, &db));
-    EXPECT_EQ(rows.GetFieldValue(0), "9");
-    ASSERT_TRUE(rows.Open("SELECT DISTINCT tableVer FROM VLMvellument;", &db));
-    EXPECT_EQ(rows.GetRecordCount(), 1);
-    EXPECT_EQ(rows.GetFieldValue(0), "2");
 }
 
 TEST_F(Mirror, DeletingOneIdentityLeavesTheOthers)
