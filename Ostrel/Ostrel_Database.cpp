@@ -3,7 +3,6 @@
 #define SQLITE_HAS_CODEC 1
 #include <sqlcipher/sqlite3.h>
 
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -11,6 +10,8 @@
 
 #include <vellument/Ostrel_FileSystem.h>
 
+#include "Ostrel/Database_ChildRows.h"
+#include "Ostrel/Database_Text.h"
 #include "Ostrel/LogMacros.h"
 
 namespace Ostrel {
@@ -31,182 +32,11 @@ const std::size_t kMaxSnapshotBytes = 512u * 1024u * 1024u;
 const char kLastInsertRowid[] = "SELECT last_insert_rowid();";
 const char kLastInsertRowidColumn[] = "last_insert_rowid()";
 
-// True when text holds nothing but blanks, semicolons and comments: what may follow the one
-// statement that a call runs.
-bool only_trivia(const char* text)
-{
-    const char* p = text;
-    while (p != nullptr && *p != '\0') {
-        const char c = *p;
-        if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v' || c == ';') {
-            ++p;
-        } else if (c == '-' && p[1] == '-') {
-            while (*p != '\0' && *p != '\n')
-                ++p;
-        } else if (c == '/' && p[1] == '*') {
-            p += 2;
-            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
-                ++p;
-            if (*p == '\0')
-                return true;  // an unclosed comment runs to the end, as SQLite reads it
-            p += 2;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
-
-std::string case_folded(const std::string& text)
-{
-    std::string folded = text;
-    for (char& c : folded)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return folded;
-}
-
-// One parameter mark of a statement's shape: an integer taken out of the text, or the next of the
-// caller's parameters.
-struct Slot {
-    bool literal;
-    long long value;
-};
-
-// Characters of SQL words (identifiers and keywords), bytes of UTF-8 sequences included.
-struct WordChars {
-    bool table[256];
-    WordChars()
-    {
-        for (int c = 0; c < 256; ++c)
-            table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-                       c == '$' || c >= 0x80;
-    }
-};
-
-inline bool is_word_char(char c)
-{
-    static const WordChars chars;
-    return chars.table[static_cast<unsigned char>(c)];
-}
-
-// A keyword, compared without regard to ASCII case; keyword is in lower case.
-bool is_keyword(const char* word, std::size_t size, const char* keyword)
-{
-    for (std::size_t i = 0; i < size; ++i) {
-        char c = word[i];
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-        if (keyword[i] == '\0' || c != keyword[i])
-            return false;
-    }
-    return keyword[size] == '\0';
-}
-
-// Statements often differ only in the integer keys spliced into them. Their shape, with each such
-// integer replaced by a parameter mark, is prepared once and the integers are bound. Shaped are:
-// - INSERT, UPDATE and DELETE statements without a SELECT inside, every integer literal;
-// - SELECT statements, only integers compared by "=" (also "==", "<=", ">=", "!=") after the
-//   statement's own FROM, so that the result's column names, which SQLite takes from the text of
-//   the result columns, stay as written.
-// In either case only when every number met is a plain decimal integer: elsewhere a literal can
-// mean more than its value (ORDER BY 1, a type's length). False: prepare the text as it stands.
-bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
-{
-    shape.clear();
-    slots.clear();
-    const char* p = sql;
-    while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n')
-        ++p;
-    std::string verb;
-    for (const char* q = p; is_word_char(*q) && verb.size() < 8; ++q)
-        verb += static_cast<char>((*q >= 'a' && *q <= 'z') ? *q - 'a' + 'A' : *q);
-    const bool select = verb == "SELECT";
-    if (!select && verb != "INSERT" && verb != "UPDATE" && verb != "DELETE")
-        return false;
-
-    bool any_literal = false;
-    bool past_from = false;     // a SELECT's own FROM has been met
-    int depth = 0;              // of parentheses
-    char last_sign = '\0';      // the last character other than a blank, outside words
-    bool after_distinct = false;  // "IS [NOT] DISTINCT FROM" is an operator, not the FROM clause
-    shape.reserve(std::strlen(sql));
-    slots.reserve(16);
-    // Text is copied in runs; only an integer literal breaks a run.
-    const char* run = sql;
-    while (*p != '\0') {
-        const char c = *p;
-        if (c == '\'' || c == '"' || c == '`' || c == '[') {
-            const char close = c == '[' ? ']' : c;
-            ++p;
-            while (*p != '\0') {
-                if (*p == close) {
-                    ++p;
-                    if (close == ']' || *p != close)
-                        break;  // a doubled quote stands for itself
-                }
-                ++p;
-            }
-            last_sign = c;
-        } else if (c == '-' && p[1] == '-') {
-            while (*p != '\0' && *p != '\n')
-                ++p;
-        } else if (c == '/' && p[1] == '*') {
-            p += 2;
-            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
-                ++p;
-            if (*p != '\0')
-                p += 2;
-        } else if (c == '?') {
-            if (p[1] >= '0' && p[1] <= '9')
-                return false;  // numbered marks would mix with ours
-            slots.push_back(Slot{false, 0});
-            last_sign = c;
-            ++p;
-        } else if (c == ':' || c == '@' || c == '$') {
-            return false;  // named marks likewise
-        } else if (c == '.' && p[1] >= '0' && p[1] <= '9') {
-            return false;
-        } else if (c >= '0' && c <= '9') {
-            const char* start = p;
-            while (*p >= '0' && *p <= '9')
-                ++p;
-            if (is_word_char(*p) || *p == '.' || p - start > 18)
-                return false;  // a real, hex or oversized number keeps its exact literal meaning
-            if (!select || (past_from && last_sign == '=')) {
-                shape.append(run, start);
-                shape += '?';
-                run = p;
-                slots.push_back(Slot{true, std::strtoll(start, nullptr, 10)});
-                any_literal = true;
-            }
-            last_sign = '0';
-        } else if (is_word_char(c)) {
-            const char* start = p;
-            while (is_word_char(*p))
-                ++p;
-            const std::size_t size = static_cast<std::size_t>(p - start);
-            if (is_keyword(start, size, "select")) {
-                if (!select)
-                    return false;
-            } else if (select && depth == 0 && !after_distinct && is_keyword(start, size, "from")) {
-                past_from = true;
-            }
-            after_distinct = is_keyword(start, size, "distinct");
-            last_sign = 'a';
-        } else {
-            if (c == '(')
-                ++depth;
-            else if (c == ')' && depth > 0)
-                --depth;
-            if (c != ' ' && c != '\t' && c != '\r' && c != '\n')
-                last_sign = c;
-            ++p;
-        }
-    }
-    shape.append(run, p);
-    return any_literal;
-}
+using detail::case_folded;
+using detail::is_select;
+using detail::only_trivia;
+using detail::shape_of;
+using detail::Slot;
 
 } // namespace
 
@@ -236,6 +66,10 @@ struct DatabaseEx::Impl {
     // Buffers of the statement being run, kept between calls.
     std::string scratch_key;
     std::vector<Slot> scratch_slots;
+    // Child rows grouped for a read; dropped by every statement that may write.
+    detail::ChildRows child_rows;
+    detail::ChildQuery scratch_query;
+    bool query_pending = false;  // scratch_query is the statement being run
 
     void set_error(const std::string& text)
     {
@@ -317,6 +151,7 @@ struct DatabaseEx::Impl {
     // Steps the statement to its end. True when it ran without error.
     bool run(sqlite3_stmt* statement, const char* what)
     {
+        child_rows.clear();
         progress_calls = 0;
         int rc;
         do {
@@ -327,6 +162,43 @@ struct DatabaseEx::Impl {
             set_sqlite_error(what);
         done_with(statement);
         return ok;
+    }
+
+    // Answers a query from the grouped child rows (see Database_ChildRows.h), cell by cell through
+    // add_cell, and gives true; false: the statement is to run, and ran_plain told when it did.
+    // Any statement but a read drops the groups, as does the end of the transaction.
+    template <typename AddCell>
+    bool answer_from_groups(sqlite3_stmt* prepared, const char* sql, std::size_t columns, AddCell add_cell,
+                            std::size_t& rows)
+    {
+        query_pending = false;
+        if (!sqlite3_stmt_readonly(prepared) || !is_select(sql) || sqlite3_get_autocommit(db) != 0) {
+            child_rows.clear();
+            return false;
+        }
+        if (!detail::parse_child_query(sql, scratch_query))
+            return false;
+        query_pending = true;
+        progress_calls = 0;
+        detail::ChildRows::Group group;
+        if (!child_rows.find(db, scratch_query, columns, group))
+            return false;
+        query_pending = false;
+        for (std::size_t row = 0; row < group.size(); ++row)
+            for (std::size_t column = 0; column < columns; ++column) {
+                std::size_t size = 0;
+                const char* cell = group.cell(row, column, size);
+                add_cell(cell, size);
+            }
+        rows = group.size();
+        return true;
+    }
+
+    void ran_plain()
+    {
+        if (query_pending)
+            child_rows.ran(scratch_query);
+        query_pending = false;
     }
 
     bool exec_plain(const char* sql)
@@ -472,6 +344,7 @@ struct DatabaseEx::Impl {
 
     void close()
     {
+        child_rows.clear();
         clear_cache();
         if (db != nullptr) {
             // Closing with a transaction open rolls it back.
@@ -696,26 +569,18 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         d.set_column_name(static_cast<std::size_t>(i), name != nullptr ? name : "");
     }
     d.columns = static_cast<std::size_t>(columns);
+    if (db.answer_from_groups(prepared, sql, d.columns, [&d](const char* cell, std::size_t size) {
+            d.add_cell(cell, size);
+        }, d.row_count)) {
+        DatabaseEx::Impl::done_with(prepared);
+        return true;
+    }
     int rc;
     std::size_t bytes = 0;
     db.progress_calls = 0;
     while ((rc = sqlite3_step(prepared)) == SQLITE_ROW) {
-        for (int i = 0; i < columns; ++i) {
-            std::size_t size = 0;
-            if (sqlite3_column_type(prepared, i) == SQLITE_INTEGER) {
-                // The keys: the same decimal text that SQLite would make, without its allocation.
-                char digits[24];
-                const std::to_chars_result end =
-                    std::to_chars(digits, digits + sizeof digits, sqlite3_column_int64(prepared, i));
-                size = static_cast<std::size_t>(end.ptr - digits);
-                d.add_cell(digits, size);
-            } else {
-                const unsigned char* text = sqlite3_column_text(prepared, i);
-                size = text != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(prepared, i)) : 0;
-                d.add_cell(reinterpret_cast<const char*>(text), size);
-            }
-            bytes += size + 1 + sizeof(std::size_t);
-        }
+        for (int i = 0; i < columns; ++i)
+            bytes += detail::append_cell(prepared, i, d.text, d.starts) + 1 + sizeof(std::size_t);
         ++d.row_count;
         if (bytes > kMaxSnapshotBytes) {
             rc = SQLITE_TOOBIG;
@@ -735,6 +600,7 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         return false;
     }
     DatabaseEx::Impl::done_with(prepared);
+    db.ran_plain();
     return true;
 }
 

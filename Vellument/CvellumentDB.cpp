@@ -182,8 +182,9 @@ const char* const kDropStatements[] = {
     "DROP TABLE VLMdictionary", "DROP TABLE VLMdictionaryEntry",
 };
 
-// A read runs in one transaction, so that the file is locked once rather than per statement. Ends
-// only what it began.
+// A read runs in one transaction, so that the file is locked once rather than per statement, and
+// so that the database layer may answer the queries of child rows from one scan of each table.
+// Ends only what it began.
 class ReadTransaction {
 public:
     explicit ReadTransaction(Ostrel::DatabaseEx* database)
