@@ -10,6 +10,8 @@
 
 #include <vellument/Ostrel_FileSystem.h>
 
+#include "Ostrel/Database_ChildRows.h"
+#include "Ostrel/Database_Text.h"
 #include "Ostrel/LogMacros.h"
 
 namespace Ostrel {
@@ -27,159 +29,14 @@ const int kBusyTimeoutMs = 5000;
 const int kProgressInterval = 10000;
 const unsigned long long kDefaultStepLimit = 500000000ULL;
 const std::size_t kMaxSnapshotBytes = 512u * 1024u * 1024u;
+const char kLastInsertRowid[] = "SELECT last_insert_rowid();";
+const char kLastInsertRowidColumn[] = "last_insert_rowid()";
 
-// True when text holds nothing but blanks, semicolons and comments: what may follow the one
-// statement that a call runs.
-bool only_trivia(const char* text)
-{
-    const char* p = text;
-    while (p != nullptr && *p != '\0') {
-        const char c = *p;
-        if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v' || c == ';') {
-            ++p;
-        } else if (c == '-' && p[1] == '-') {
-            while (*p != '\0' && *p != '\n')
-                ++p;
-        } else if (c == '/' && p[1] == '*') {
-            p += 2;
-            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
-                ++p;
-            if (*p == '\0')
-                return true;  // an unclosed comment runs to the end, as SQLite reads it
-            p += 2;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
-
-std::string case_folded(const std::string& text)
-{
-    std::string folded = text;
-    for (char& c : folded)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return folded;
-}
-
-// One parameter mark of a statement's shape: an integer taken out of the text, or the next of the
-// caller's parameters.
-struct Slot {
-    bool literal;
-    long long value;
-};
-
-// Characters of SQL words (identifiers and keywords), bytes of UTF-8 sequences included.
-struct WordChars {
-    bool table[256];
-    WordChars()
-    {
-        for (int c = 0; c < 256; ++c)
-            table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-                       c == '$' || c >= 0x80;
-    }
-};
-
-inline bool is_word_char(char c)
-{
-    static const WordChars chars;
-    return chars.table[static_cast<unsigned char>(c)];
-}
-
-bool is_select(const char* word, std::size_t size)
-{
-    static const char kSelect[] = "select";
-    if (size != 6)
-        return false;
-    for (std::size_t i = 0; i < 6; ++i) {
-        char c = word[i];
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-        if (c != kSelect[i])
-            return false;
-    }
-    return true;
-}
-
-// Statements that change rows often differ only in the integer keys spliced into them. Their shape,
-// with each such integer replaced by a parameter mark, is prepared once and the integers are bound.
-// Only INSERT, UPDATE and DELETE statements without a SELECT inside are shaped, and only when every
-// number in them is a plain decimal integer: in any other statement a literal can mean more than
-// its value (ORDER BY 1, a type's length). False: prepare the text as it stands.
-bool shape_of(const char* sql, std::string& shape, std::vector<Slot>& slots)
-{
-    shape.clear();
-    slots.clear();
-    const char* p = sql;
-    while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n')
-        ++p;
-    std::string verb;
-    for (const char* q = p; is_word_char(*q) && verb.size() < 8; ++q)
-        verb += static_cast<char>((*q >= 'a' && *q <= 'z') ? *q - 'a' + 'A' : *q);
-    if (verb != "INSERT" && verb != "UPDATE" && verb != "DELETE")
-        return false;
-
-    bool any_literal = false;
-    shape.reserve(std::strlen(sql));
-    slots.reserve(16);
-    // Text is copied in runs; only an integer literal breaks a run.
-    const char* run = sql;
-    while (*p != '\0') {
-        const char c = *p;
-        if (c == '\'' || c == '"' || c == '`' || c == '[') {
-            const char close = c == '[' ? ']' : c;
-            ++p;
-            while (*p != '\0') {
-                if (*p == close) {
-                    ++p;
-                    if (close == ']' || *p != close)
-                        break;  // a doubled quote stands for itself
-                }
-                ++p;
-            }
-        } else if (c == '-' && p[1] == '-') {
-            while (*p != '\0' && *p != '\n')
-                ++p;
-        } else if (c == '/' && p[1] == '*') {
-            p += 2;
-            while (*p != '\0' && !(p[0] == '*' && p[1] == '/'))
-                ++p;
-            if (*p != '\0')
-                p += 2;
-        } else if (c == '?') {
-            if (p[1] >= '0' && p[1] <= '9')
-                return false;  // numbered marks would mix with ours
-            slots.push_back(Slot{false, 0});
-            ++p;
-        } else if (c == ':' || c == '@' || c == '$') {
-            return false;  // named marks likewise
-        } else if (c == '.' && p[1] >= '0' && p[1] <= '9') {
-            return false;
-        } else if (c >= '0' && c <= '9') {
-            const char* start = p;
-            while (*p >= '0' && *p <= '9')
-                ++p;
-            if (is_word_char(*p) || *p == '.' || p - start > 18)
-                return false;  // a real, hex or oversized number keeps its exact literal meaning
-            shape.append(run, start);
-            shape += '?';
-            run = p;
-            slots.push_back(Slot{true, std::strtoll(start, nullptr, 10)});
-            any_literal = true;
-        } else if (is_word_char(c)) {
-            const char* start = p;
-            while (is_word_char(*p))
-                ++p;
-            if (is_select(start, static_cast<std::size_t>(p - start)))
-                return false;
-        } else {
-            ++p;
-        }
-    }
-    shape.append(run, p);
-    return any_literal;
-}
+using detail::case_folded;
+using detail::is_select;
+using detail::only_trivia;
+using detail::shape_of;
+using detail::Slot;
 
 } // namespace
 
@@ -209,6 +66,10 @@ struct DatabaseEx::Impl {
     // Buffers of the statement being run, kept between calls.
     std::string scratch_key;
     std::vector<Slot> scratch_slots;
+    // Child rows grouped for a read; dropped by every statement that may write.
+    detail::ChildRows child_rows;
+    detail::ChildQuery scratch_query;
+    bool query_pending = false;  // scratch_query is the statement being run
 
     void set_error(const std::string& text)
     {
@@ -290,6 +151,7 @@ struct DatabaseEx::Impl {
     // Steps the statement to its end. True when it ran without error.
     bool run(sqlite3_stmt* statement, const char* what)
     {
+        child_rows.clear();
         progress_calls = 0;
         int rc;
         do {
@@ -300,6 +162,43 @@ struct DatabaseEx::Impl {
             set_sqlite_error(what);
         done_with(statement);
         return ok;
+    }
+
+    // Answers a query from the grouped child rows (see Database_ChildRows.h), cell by cell through
+    // add_cell, and gives true; false: the statement is to run, and ran_plain told when it did.
+    // Any statement but a read drops the groups, as does the end of the transaction.
+    template <typename AddCell>
+    bool answer_from_groups(sqlite3_stmt* prepared, const char* sql, std::size_t columns, AddCell add_cell,
+                            std::size_t& rows)
+    {
+        query_pending = false;
+        if (!sqlite3_stmt_readonly(prepared) || !is_select(sql) || sqlite3_get_autocommit(db) != 0) {
+            child_rows.clear();
+            return false;
+        }
+        if (!detail::parse_child_query(sql, scratch_query))
+            return false;
+        query_pending = true;
+        progress_calls = 0;
+        detail::ChildRows::Group group;
+        if (!child_rows.find(db, scratch_query, columns, group))
+            return false;
+        query_pending = false;
+        for (std::size_t row = 0; row < group.size(); ++row)
+            for (std::size_t column = 0; column < columns; ++column) {
+                std::size_t size = 0;
+                const char* cell = group.cell(row, column, size);
+                add_cell(cell, size);
+            }
+        rows = group.size();
+        return true;
+    }
+
+    void ran_plain()
+    {
+        if (query_pending)
+            child_rows.ran(scratch_query);
+        query_pending = false;
     }
 
     bool exec_plain(const char* sql)
@@ -445,6 +344,7 @@ struct DatabaseEx::Impl {
 
     void close()
     {
+        child_rows.clear();
         clear_cache();
         if (db != nullptr) {
             // Closing with a transaction open rolls it back.
@@ -585,24 +485,57 @@ std::string DatabaseEx::GetLastErrorText() const
 // --- RecordSet -------------------------------------------------------------------------------
 
 struct RecordSet::Impl {
+    // The first `columns` are the result's; the rest are kept from earlier results, so that a set
+    // opened again and again reuses their memory.
     std::vector<std::string> names;
-    std::vector<std::string> cells;  // row after row
+    std::size_t columns = 0;
+    // Every cell of every row, row after row, each closed by a NUL, in one buffer: a result of
+    // many small rows costs no allocation per cell. starts[i] is where cell i begins; its size
+    // runs to the next start, less the NUL.
+    std::string text;
+    std::vector<std::size_t> starts;
     std::size_t row_count = 0;
     std::size_t position = 0;
 
-    const std::string* cell(long index) const
+    // Cell index of a column in the present row, or -1.
+    long index_of(long column) const
     {
-        if (position >= row_count || index < 0 || static_cast<std::size_t>(index) >= names.size())
-            return nullptr;
-        return &cells[position * names.size() + static_cast<std::size_t>(index)];
+        if (position >= row_count || column < 0 || static_cast<std::size_t>(column) >= columns)
+            return -1;
+        return static_cast<long>(position * columns + static_cast<std::size_t>(column));
+    }
+    const char* cell_text(long cell) const { return text.data() + starts[static_cast<std::size_t>(cell)]; }
+    std::size_t cell_size(long cell) const
+    {
+        const std::size_t next = static_cast<std::size_t>(cell) + 1;
+        const std::size_t end = next < starts.size() ? starts[next] : text.size();
+        return end - starts[static_cast<std::size_t>(cell)] - 1;
+    }
+    void add_cell(const char* value, std::size_t size)
+    {
+        starts.push_back(text.size());
+        if (size > 0)
+            text.append(value, size);
+        text.push_back('\0');
     }
 
-    void clear()
+    void clear_rows()
     {
-        names.clear();
-        cells.clear();
+        text.clear();
+        starts.clear();
         row_count = 0;
         position = 0;
+    }
+    void clear()
+    {
+        columns = 0;
+        clear_rows();
+    }
+    void set_column_name(std::size_t index, const char* name)
+    {
+        if (names.size() <= index)
+            names.resize(index + 1);
+        names[index].assign(name);
     }
 };
 
@@ -617,28 +550,37 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     if (database == nullptr)
         return false;
     DatabaseEx::Impl& db = *database->m_impl;
-    sqlite3_stmt* prepared = db.statement(sql);
-    if (prepared == nullptr)
+    // Asked after every insert: the connection knows the answer without running a statement.
+    if (sql != nullptr && db.db != nullptr && std::strcmp(sql, kLastInsertRowid) == 0) {
+        d.set_column_name(0, kLastInsertRowidColumn);
+        d.columns = 1;
+        const std::string key = std::to_string(sqlite3_last_insert_rowid(db.db));
+        d.add_cell(key.data(), key.size());
+        d.row_count = 1;
+        return true;
+    }
+    std::vector<Slot>& slots = db.scratch_slots;
+    sqlite3_stmt* prepared = db.statement(sql, &slots);
+    if (prepared == nullptr || !db.bind(prepared, slots, std::vector<std::pair<std::string, int>>()))
         return false;
     const int columns = sqlite3_column_count(prepared);
-    d.names.reserve(static_cast<std::size_t>(columns));
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(prepared, i);
-        d.names.push_back(name != nullptr ? name : "");
+        d.set_column_name(static_cast<std::size_t>(i), name != nullptr ? name : "");
+    }
+    d.columns = static_cast<std::size_t>(columns);
+    if (db.answer_from_groups(prepared, sql, d.columns, [&d](const char* cell, std::size_t size) {
+            d.add_cell(cell, size);
+        }, d.row_count)) {
+        DatabaseEx::Impl::done_with(prepared);
+        return true;
     }
     int rc;
     std::size_t bytes = 0;
     db.progress_calls = 0;
     while ((rc = sqlite3_step(prepared)) == SQLITE_ROW) {
-        for (int i = 0; i < columns; ++i) {
-            const unsigned char* text = sqlite3_column_text(prepared, i);
-            const int size = sqlite3_column_bytes(prepared, i);
-            if (text != nullptr)
-                d.cells.emplace_back(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
-            else
-                d.cells.emplace_back();
-            bytes += static_cast<std::size_t>(size) + sizeof(std::string);
-        }
+        for (int i = 0; i < columns; ++i)
+            bytes += detail::append_cell(prepared, i, d.text, d.starts) + 1 + sizeof(std::size_t);
         ++d.row_count;
         if (bytes > kMaxSnapshotBytes) {
             rc = SQLITE_TOOBIG;
@@ -658,6 +600,7 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         return false;
     }
     DatabaseEx::Impl::done_with(prepared);
+    db.ran_plain();
     return true;
 }
 
@@ -690,7 +633,7 @@ int RecordSet::GetRecordCount() const
 
 int RecordSet::GetFieldCount() const
 {
-    return static_cast<int>(m_impl->names.size());
+    return static_cast<int>(m_impl->columns);
 }
 
 int RecordSet::FieldsCount() const
@@ -700,18 +643,19 @@ int RecordSet::FieldsCount() const
 
 std::string RecordSet::GetFieldValue(int index) const
 {
-    const std::string* value = m_impl->cell(index);
-    return value != nullptr ? *value : std::string();
+    const long cell = m_impl->index_of(index);
+    return cell < 0 ? std::string() : std::string(m_impl->cell_text(cell), m_impl->cell_size(cell));
 }
 
 std::string RecordSet::GetFieldValue(std::string name) const
 {
     const std::vector<std::string>& names = m_impl->names;
-    for (std::size_t i = 0; i < names.size(); ++i)
+    const std::size_t columns = m_impl->columns;
+    for (std::size_t i = 0; i < columns; ++i)
         if (names[i] == name)
             return GetFieldValue(static_cast<int>(i));
     const std::string folded = case_folded(name);
-    for (std::size_t i = 0; i < names.size(); ++i)
+    for (std::size_t i = 0; i < columns; ++i)
         if (case_folded(names[i]) == folded)
             return GetFieldValue(static_cast<int>(i));
     return std::string();
@@ -719,15 +663,15 @@ std::string RecordSet::GetFieldValue(std::string name) const
 
 std::string RecordSet::GetFieldName(int index) const
 {
-    if (index < 0 || static_cast<std::size_t>(index) >= m_impl->names.size())
+    if (index < 0 || static_cast<std::size_t>(index) >= m_impl->columns)
         return std::string();
     return m_impl->names[static_cast<std::size_t>(index)];
 }
 
 const char* RecordSet::GetColumnString(long index) const
 {
-    const std::string* value = m_impl->cell(index);
-    return value != nullptr ? value->c_str() : "";
+    const long cell = m_impl->index_of(index);
+    return cell < 0 ? "" : m_impl->cell_text(cell);
 }
 
 // --- OstrelDataDatabase ----------------------------------------------------------------------

@@ -46,6 +46,12 @@ public:
     std::string password;
     Ostrel::DatabaseEx* database;
     bool owns_database = true;
+
+    // Kept between the statements of a write, which runs several per row, so that their memory
+    // is reused.
+    std::string insert_sql;
+    std::vector<std::pair<std::string, int>> insert_parameters;
+    Ostrel::RecordSet selected;
 };
 
 struct CvellumentDB::KeyLink {
@@ -176,6 +182,28 @@ const char* const kDropStatements[] = {
     "DROP TABLE VLMdictionary", "DROP TABLE VLMdictionaryEntry",
 };
 
+// A read runs in one transaction, so that the file is locked once rather than per statement, and
+// so that the database layer may answer the queries of child rows from one scan of each table.
+// Ends only what it began.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(Ostrel::DatabaseEx* database)
+        : m_database(database), m_begun(database->BeginTransaction(false))
+    {
+    }
+    ~ReadTransaction()
+    {
+        if (m_begun)
+            m_database->CommitTransaction();
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+private:
+    Ostrel::DatabaseEx* m_database;
+    bool m_begun;
+};
+
 // Asked after every insert: made once.
 const std::string& last_insert()
 {
@@ -291,7 +319,7 @@ void copy_attributes(CkXml* element, const Ostrel::RecordSet& rows, int skipped)
         return;
     const int count = rows.GetFieldCount();
     for (int i = 1; i < count - skipped; ++i)
-        element->AddAttribute(rows.GetFieldName(i).c_str(), rows.GetFieldValue(i).c_str());
+        element->AddAttribute(rows.GetFieldName(i).c_str(), rows.GetColumnString(i));
 }
 
 } // namespace
@@ -487,12 +515,12 @@ bool CvellumentDB::createTables() const
 
 int CvellumentDB::_selectStatement(const std::string& sql) const
 {
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = m_impl->selected;
     if (!rows.Open(sql.c_str(), getDatabase())) {
         VLOG(1, "[CvellumentDB] Error executing select statement\n");
         return -1;
     }
-    return as_number(rows.GetFieldValue(0));
+    return std::atoi(rows.GetColumnString(0));
 }
 
 void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
@@ -520,8 +548,8 @@ void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
 int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& attributes) const
 {
     const bool parented = has_parent(table);
-    std::string sql;
-    sql.reserve(64 + 24 * attributes.size());
+    std::string& sql = m_impl->insert_sql;
+    sql.clear();
     sql += "INSERT INTO ";
     sql += table_name(table);
     sql += " ( ";
@@ -543,10 +571,12 @@ int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& a
     }
     sql += ");";
 
-    std::vector<std::pair<std::string, int>> parameters;
-    parameters.reserve(attributes.size());
-    for (const attributeDic& attribute : attributes)
-        parameters.emplace_back(attribute.attributeValue, 0);
+    std::vector<std::pair<std::string, int>>& parameters = m_impl->insert_parameters;
+    parameters.resize(attributes.size());
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+        parameters[i].first.assign(attributes[i].attributeValue);
+        parameters[i].second = 0;
+    }
     if (!getDatabase()->ExecuteAndBindStatement(sql, parameters, false)) {
         g_database_error = true;
         return -1;
@@ -888,6 +918,7 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
     }
     const std::string child_tag = tag == "Copy" ? "History" : "Form";
     const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
         std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
         if (!element)
@@ -896,7 +927,6 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
         copy_attributes(element.get(), rows, 3);
 
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        Ostrel::RecordSet base;
         if (!base.Open(format("SELECT * FROM VLMfilingBase WHERE filingBaseID = %d", base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
@@ -923,13 +953,13 @@ bool CvellumentDB::_addFormOrHistory(CkXml* parent, const std::string& sql, cons
         return false;
     }
     const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
         std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
         if (!element)
             return false;
         copy_attributes(element.get(), rows, 3);
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        Ostrel::RecordSet base;
         if (!base.Open(with_key(base_sql, base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
@@ -969,6 +999,7 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         return nullptr;
     }
 
+    const ReadTransaction read_transaction(database);
     const int trail_id = _checkAndInsertVellument(
         xml.get(),
         format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "

@@ -1,7 +1,10 @@
-// Writing the large vellument into the SQL mirror, beside SQLite alone inserting the same rows
-// with one prepared statement per table.
-//   bench_mirror --benchmark_min_time=1
-// Goal: the mirror within 3 times SQLite alone, in rows per second.
+// The SQL mirror against SQLite alone, on the large vellument at 1 and 4 times its size:
+// - write: the mirror against SQLite inserting the same rows with one prepared statement per table
+//   in one transaction, into tables without an index, as the mirror's. Goal: at most 2 times.
+// - read: readRecords, and the whole read_from_vellument_database, against a plain SELECT of the
+//   same rows. Goal: at most 3 times, and the same ratio at both sizes.
+// Both sides of each pair run in one process, one after the other; compare the medians of
+//   bench_mirror --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
 #include <benchmark/benchmark.h>
 #include <sqlcipher/sqlite3.h>
@@ -9,13 +12,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <vellument/CVellument.h>
 #include <vellument/CvellumentDB.h>
+#include <vellument/Ostrel_Database.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Log.h>
+#include <vellument/Ostrel_XML.h>
 
 #include "large_vellument.h"
 
@@ -26,61 +33,106 @@ using namespace large_vellument;
 // Rows of one transaction: itself, package, status, two status bases, and each copy, filing,
 // history and form with its base row.
 const int kRowsPerTransaction = 5 + 2 * (kCopies + kCopies * kHistories + kFilings + kFilings * kForms);
-// The vellument and audit trail rows.
-const int kRows = kTransactions * kRowsPerTransaction + 2;
 
-struct Fixture {
-    std::string root;  // disk directory, removed at exit
-    CVellument vellument;
-};
-
-Fixture& fixture()
+// The vellument and audit trail rows, at a scale.
+int rows_at(int scale)
 {
-    static Fixture* f = [] {
-        Ostrel::Log::SetLevel(1);
-        auto* made = new Fixture;
-        made->root = large_vellument::make_scratch_company();
-        const std::string company = Ostrel::FileSystem::ToWindowsPath((made->root + "/Co").c_str());
-        const std::string name = company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
-
-        CVellument& v = made->vellument;
-        v.open(name.c_str(), "12-3456789", "2021", "VND", false, true);
-        v.set_form_type_string("W-2_SSA");
-        large_vellument::fill(v);
-        std::atexit([] {
-            std::error_code ec;
-            std::filesystem::remove_all(fixture().root, ec);
-        });
-        return made;
-    }();
-    return *f;
+    return kTransactions * scale * kRowsPerTransaction + 2;
 }
 
-std::string fresh_database(const char* name)
+const char kEin[] = "12-3456789";
+const char kYear[] = "2021";
+const char kVendor[] = "VND";
+
+struct Scratch {
+    std::string root;     // disk directory, removed at exit
+    std::string company;  // Windows form
+    Scratch()
+    {
+        Ostrel::Log::SetLevel(1);
+        root = make_scratch_company();
+        company = Ostrel::FileSystem::ToWindowsPath((root + "/Co").c_str());
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(scratch().root, ec);
+        });
+    }
+    static Scratch& scratch()
+    {
+        static Scratch* s = new Scratch;
+        return *s;
+    }
+};
+
+std::string vellument_name()
 {
-    const std::string path = fixture().root + "/" + name;
+    return Scratch::scratch().company + "\\HISTORIES\\VELLUMENT_W2_2021.VLM";
+}
+
+// The large vellument at one scale, in memory.
+CVellument& vellument_at(int scale)
+{
+    static std::map<int, std::unique_ptr<CVellument>> made;
+    std::unique_ptr<CVellument>& v = made[scale];
+    if (!v) {
+        v.reset(new CVellument);
+        v->open(vellument_name().c_str(), kEin, kYear, kVendor, false, true);
+        v->set_form_type_string("W-2_SSA");
+        // The same 500 transactions over again: the shape of the trail stays, its length grows.
+        for (int i = 0; i < scale; ++i) {
+            if (i > 0)
+                v->clear_current_status();
+            fill(*v);
+        }
+    }
+    return *v;
+}
+
+std::string fresh_database(const std::string& name)
+{
+    const std::string path = Scratch::scratch().root + "/" + name;
     std::error_code ec;
     std::filesystem::remove(path, ec);
     std::filesystem::remove(path + "-journal", ec);
     return path;
 }
 
+// A mirror holding the vellument at one scale, written once.
+const std::string& mirror_at(int scale)
+{
+    static std::map<int, std::string> made;
+    std::string& path = made[scale];
+    if (path.empty()) {
+        path = fresh_database("read-" + std::to_string(scale) + ".db");
+        CvellumentDB mapper;
+        if (!mapper.writeRecords(&vellument_at(scale), path, ""))
+            std::abort();
+    }
+    return path;
+}
+
+void count_rows(benchmark::State& state, int rows)
+{
+    state.counters["rows"] = rows;
+    state.counters["rows/s"] =
+        benchmark::Counter(static_cast<double>(rows) * state.iterations(), benchmark::Counter::kIsRate);
+}
+
 void BM_MirrorWrite(benchmark::State& state)
 {
-    Fixture& f = fixture();
+    const int scale = static_cast<int>(state.range(0));
+    const CVellument& v = vellument_at(scale);
     for (auto _ : state) {
         state.PauseTiming();
         const std::string path = fresh_database("mirror.db");
         state.ResumeTiming();
         CvellumentDB mapper;
-        if (!mapper.writeRecords(&f.vellument, path, ""))
+        if (!mapper.writeRecords(&v, path, ""))
             state.SkipWithError("write failed");
     }
-    state.counters["rows"] = kRows;
-    state.counters["rows/s"] = benchmark::Counter(static_cast<double>(kRows) * state.iterations(),
-                                                  benchmark::Counter::kIsRate);
+    count_rows(state, rows_at(scale));
 }
-BENCHMARK(BM_MirrorWrite)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MirrorWrite)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond);
 
 // --- SQLite alone ------------------------------------------------------------------------------
 
@@ -126,11 +178,14 @@ struct Rows {
     std::vector<Transaction> transactions;
 };
 
-const Rows& rows()
+const Rows& rows_of(int scale)
 {
-    static Rows* r = [] {
+    static std::map<int, std::unique_ptr<Rows>> cache;
+    std::unique_ptr<Rows>& r = cache[scale];
+    if (!r) {
         auto* made = new Rows;
-        const CVellument& v = fixture().vellument;
+        r.reset(made);
+        const CVellument& v = vellument_at(scale);
         made->trail = values_of(v.getAndFillMap());
         for (int i = 0; i < v.get_transaction_count(); ++i) {
             CTransaction* t = v.get_transaction(i);
@@ -156,8 +211,7 @@ const Rows& rows()
             }
             made->transactions.push_back(std::move(row));
         }
-        return made;
-    }();
+    }
     return *r;
 }
 
@@ -206,8 +260,9 @@ sqlite3_int64 insert(sqlite3* db, Table& table, const Values& values, std::initi
 
 void BM_SqliteAlone(benchmark::State& state)
 {
-    const Rows& r = rows();
-    const CVellument& v = fixture().vellument;
+    const int scale = static_cast<int>(state.range(0));
+    const Rows& r = rows_of(scale);
+    const CVellument& v = vellument_at(scale);
     CTransaction* t0 = v.get_transaction(0);
     CCopy* any_copy = t0->get_status()->get_copy_at(0);
     CFiling* any_filing = t0->get_package()->get_filing_at(0);
@@ -268,11 +323,80 @@ void BM_SqliteAlone(benchmark::State& state)
         exec(db, "COMMIT;");
         sqlite3_close(db);
     }
-    state.counters["rows"] = kRows;
-    state.counters["rows/s"] = benchmark::Counter(static_cast<double>(kRows) * state.iterations(),
-                                                  benchmark::Counter::kIsRate);
+    count_rows(state, rows_at(scale));
 }
-BENCHMARK(BM_SqliteAlone)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SqliteAlone)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond);
+
+// --- Reading ------------------------------------------------------------------------------------
+
+// The mapper alone: rows to the XML tree. The application owns the database and keeps it open.
+void BM_MirrorRead(benchmark::State& state)
+{
+    const int scale = static_cast<int>(state.range(0));
+    const CVellument& v = vellument_at(scale);
+    Ostrel::DatabaseEx database;
+    if (!database.OpenFile(mirror_at(scale), ""))
+        std::abort();
+    for (auto _ : state) {
+        CvellumentDB mapper;
+        std::unique_ptr<COXMLDocument> document(mapper.readRecords(&v, &database));
+        if (!document)
+            state.SkipWithError("read failed");
+    }
+    count_rows(state, rows_at(scale));
+}
+BENCHMARK(BM_MirrorRead)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond);
+
+// The whole read of a vellument from the mirror: the tree, then the records built from it.
+void BM_VellumentReadFromDatabase(benchmark::State& state)
+{
+    const int scale = static_cast<int>(state.range(0));
+    Ostrel::DatabaseEx database;
+    if (!database.OpenFile(mirror_at(scale), ""))
+        std::abort();
+    const std::string name = vellument_name();
+    for (auto _ : state) {
+        CVellument v;
+        if (!v.read_from_vellument_database(name.c_str(), kEin, kYear, kVendor, &database) ||
+            v.get_transaction_count() != kTransactions * scale)
+            state.SkipWithError("read failed");
+    }
+    count_rows(state, rows_at(scale));
+}
+BENCHMARK(BM_VellumentReadFromDatabase)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond);
+
+// SQLite alone: every row of every table of the same mirror, each column's text touched.
+void BM_PlainSelect(benchmark::State& state)
+{
+    const int scale = static_cast<int>(state.range(0));
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(mirror_at(scale).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+        std::abort();
+    static const char* const kTables[] = {
+        "VLMvellument", "VLMauditTrail", "VLMtransaction", "VLMpackage", "VLMstatus",   "VLMstatusBase",
+        "VLMcopy",      "VLMfiling",     "VLMfilingBase",  "VLMhistory", "VLMform",     "VLMformBase",
+        "VLMdictionary", "VLMdictionaryEntry"};
+    for (auto _ : state) {
+        std::size_t bytes = 0;
+        for (const char* table : kTables) {
+            sqlite3_stmt* select = nullptr;
+            const std::string sql = std::string("SELECT * FROM ") + table + ";";
+            if (sqlite3_prepare_v2(db, sql.c_str(), -1, &select, nullptr) != SQLITE_OK)
+                std::abort();
+            const int columns = sqlite3_column_count(select);
+            while (sqlite3_step(select) == SQLITE_ROW)
+                for (int i = 0; i < columns; ++i) {
+                    benchmark::DoNotOptimize(sqlite3_column_text(select, i));
+                    bytes += static_cast<std::size_t>(sqlite3_column_bytes(select, i));
+                }
+            sqlite3_finalize(select);
+        }
+        benchmark::DoNotOptimize(bytes);
+    }
+    sqlite3_close(db);
+    count_rows(state, rows_at(scale));
+}
+BENCHMARK(BM_PlainSelect)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

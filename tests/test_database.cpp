@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <vellument/Ostrel_Database.h>
+#include <vellument/Ostrel_Log.h>
 
 #include "test_util.h"
 
@@ -273,6 +274,20 @@ TEST_F(Database, SplicedNumbersKeepTheirMeaning)
     EXPECT_EQ(seen, (std::vector<std::string>{"2:k27:-5:integer", "3:k37:1.5:real", "4:hex:16:integer",
                                               "5:quoted 12:1.0e+20:real", "6:k17:7:integer",
                                               "7:bound 3:42:integer"}));
+
+    // A query's keys are shared the same way, but only those compared after its FROM: the result's
+    // column names come from the text before it.
+    for (const char* id : {"4", "6", "7"}) {
+        ASSERT_TRUE(rows.Open((std::string("SELECT n = 42, name FROM t WHERE id = ") + id + " ORDER BY 1;").c_str(),
+                              &db));
+        ASSERT_EQ(rows.GetRecordCount(), 1) << id;
+        EXPECT_EQ(rows.GetFieldName(0), "n = 42");
+        EXPECT_EQ(rows.GetFieldCount(), 2);  // fewer columns than the set's last result
+        EXPECT_EQ(rows.GetFieldName(2), "");
+        EXPECT_EQ(rows.GetFieldValue(0), id == std::string("7") ? "1" : "0");
+    }
+    ASSERT_TRUE(rows.Open("SELECT name FROM t WHERE id = (SELECT max(id) FROM t WHERE n >= 16 AND n <= 16);", &db));
+    EXPECT_EQ(rows.GetFieldValue(0), "hex");
 }
 
 TEST_F(Database, RecordSetIsASnapshot)
@@ -308,6 +323,78 @@ TEST_F(Database, RecordSetIsASnapshot)
 }
 
 // A hostile file can hold a view that never ends; reading it fails instead of hanging.
+// Inside a transaction, the queries of child rows by a parent column are answered from one grouped
+// scan of the table: the answers must be the statements' own, whatever the column holds.
+TEST_F(Database, ChildQueriesInATransactionAnswerAsTheirStatements)
+{
+    // One value into columns of each affinity: INTEGER, TEXT and none.
+    ASSERT_TRUE(db.Execute("CREATE TABLE c (id INTEGER PRIMARY KEY, v STRING, parentID INTEGER, t TEXT, b);"));
+    ASSERT_TRUE(db.Execute("CREATE TABLE indexed (id INTEGER PRIMARY KEY, parentID INT, w INT);"));
+    ASSERT_TRUE(db.Execute("CREATE INDEX by_parent ON indexed (parentID, w DESC);"));
+    const char* const values[] = {"3",   "NULL", "'3'",   "' 3 '", "'3.0'", "'1e1'",  "3.0", "3.5", "x'33'",
+                                  "'abc'", "-1",  "10",   "'03'",  "3",     "''",     "1e1", "'-1'"};
+    int n = 0;
+    for (const char* value : values) {
+        const std::string row = std::string("'r") + std::to_string(n++) + "', ";
+        ASSERT_TRUE(db.Execute(("INSERT INTO c (v, parentID, t, b) VALUES (" + row + value + ", " + value + ", " +
+                                value + ");").c_str()));
+        ASSERT_TRUE(db.Execute(("INSERT INTO indexed (parentID, w) VALUES (3, " + std::to_string(n) + ");").c_str()));
+    }
+    std::vector<std::string> queries;
+    for (const char* column : {"parentID", "t", "b", "id"})
+        for (const char* key : {"3", "-1", "10", "0", "1", "- 1"})
+            queries.push_back(std::string("SELECT * FROM c WHERE ") + column + " = " + key);
+    queries.push_back("select * from C where PARENTID = 3;");
+    queries.push_back("SELECT * FROM indexed WHERE parentID = 3");
+    queries.push_back("SELECT * FROM indexed WHERE parentID = 3");
+    const auto answer = [this](const std::string& sql) {
+        RecordSet rows;
+        if (!rows.Open(sql.c_str(), &db))
+            return std::string("failed");
+        std::string text;
+        for (int i = 0; i < rows.GetFieldCount(); ++i)
+            text += rows.GetFieldName(i) + "|";
+        for (; !rows.IsEOF(); rows.MoveNext())
+            for (int i = 0; i < rows.GetFieldCount(); ++i)
+                text += "\n" + rows.GetFieldValue(i);
+        return text;
+    };
+    std::vector<std::string> alone;
+    for (const std::string& sql : queries)
+        alone.push_back(answer(sql));
+
+    struct Capture {
+        std::vector<std::string> lines;
+        static void sink(void* self, Ostrel::Log::Level, const char*, int, const char*, const char* text)
+        {
+            static_cast<Capture*>(self)->lines.push_back(text);
+        }
+    } log;
+    const int level = Ostrel::Log::GetLevel();
+    Ostrel::Log::SetLevel(4);
+    Ostrel::Log::SetSink(&Capture::sink, &log);
+    ASSERT_TRUE(db.BeginTransaction(false));
+    for (int round = 0; round < 2; ++round)
+        for (std::size_t i = 0; i < queries.size(); ++i)
+            EXPECT_EQ(answer(queries[i]), alone[i]) << queries[i];
+    // A write drops the groups: the new row is seen.
+    ASSERT_TRUE(db.Execute("INSERT INTO c (v, parentID) VALUES ('new', 3);"));
+    for (int round = 0; round < 2; ++round)
+        EXPECT_NE(answer(queries[0]).find("\nnew\n3"), std::string::npos);
+    ASSERT_TRUE(db.CommitTransaction());
+    Ostrel::Log::SetSink(nullptr, nullptr);
+    Ostrel::Log::SetLevel(level);
+
+    // Grouped: the plain columns, not the key, nor a table with an index.
+    std::string groupings;
+    for (const std::string& line : log.lines)
+        if (line.find("grouped") != std::string::npos)
+            groupings += line.substr(0, line.find(':')) + ";";
+    EXPECT_EQ(groupings, "[Database] c grouped by parentID;[Database] c grouped by t;[Database] c grouped by b;"
+                         "[Database] c not grouped by id\n;[Database] indexed not grouped by parentID\n;"
+                         "[Database] c grouped by parentID;");
+}
+
 TEST_F(Database, EndlessViewIsCutOff)
 {
     ASSERT_TRUE(db.Execute("CREATE VIEW endless AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "

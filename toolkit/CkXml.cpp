@@ -27,7 +27,13 @@ const std::size_t kPathRuleLength = 100;
 
 std::string fromAnsi(const char* text)
 {
-    return text ? Ostrel::Format::AnsiToUtf8(text, std::strlen(text)) : std::string();
+    if (text == nullptr)
+        return std::string();
+    const std::size_t length = std::strlen(text);
+    // ASCII is the same in both: one copy instead of a conversion byte by byte.
+    if (Ostrel::Format::IsAscii(text, length))
+        return std::string(text, length);
+    return Ostrel::Format::AnsiToUtf8(text, length);
 }
 
 // Text on its way out; ASCII needs no conversion, which spares large results a second pass.
@@ -45,7 +51,7 @@ bool endsWithXml(const char* text, std::size_t length)
     return Ostrel::Format::EqualsNoCaseAscii(std::string(text + length - 4, 4), ".xml");
 }
 
-std::string trimWhite(const std::string& text)
+std::string trimWhite(std::string text)
 {
     auto white = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
     std::size_t b = 0;
@@ -54,7 +60,9 @@ std::string trimWhite(const std::string& text)
         ++b;
     while (e > b && white(text[e - 1]))
         --e;
-    return text.substr(b, e - b);
+    text.erase(e);
+    text.erase(0, b);
+    return text;
 }
 
 // New content still has to read as text with references: the three specials become entities.
@@ -84,6 +92,9 @@ struct CkXml::Impl {
     std::string results[kResultBuffers];
     int nextResult = 0;
     std::string lastError;
+    // The trail of the calls made once per attribute or element while a tree is built, kept so
+    // that its text reuses its memory.
+    Trail scratchTrail;
 
     const char* result(std::string text)
     {
@@ -344,13 +355,16 @@ int CkXml::get_NumChildren()
 bool CkXml::AddAttribute(const char* name, const char* value)
 {
     std::lock_guard<std::mutex> guard(m_impl->lock);
-    Trail trail;
+    Trail& trail = m_impl->scratchTrail;
     trail.begin("AddAttribute");
     if (!m_impl->check(trail))
         return m_impl->finish(trail, false);
     std::lock_guard<std::mutex> treeGuard(m_impl->tree->lock);
     try {
         TreeNode* n = m_impl->node;
+        // Elements built one attribute at a time mostly get several.
+        if (n->attributes.empty())
+            n->attributes.reserve(8);
         n->attributes.emplace_back(trimWhite(fromAnsi(name)), fromAnsi(value));
     } catch (const std::bad_alloc&) {
         trail.message("Out of memory.");
@@ -401,7 +415,7 @@ CkXml* CkXml::NewChild(const char* tag, const char* content)
 CkXml* CkXml::NewChildAfter(int index, const char* tag, const char* content)
 {
     std::lock_guard<std::mutex> guard(m_impl->lock);
-    Trail trail;
+    Trail& trail = m_impl->scratchTrail;
     trail.begin("NewChildAfter");
     trail.add("index", std::to_string(index));
     trail.add("tag", tag ? tag : "");

@@ -16,6 +16,34 @@ inline bool isWhite(char c)
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
+// Where the scans of a start tag stop, one table lookup per byte.
+enum : unsigned char {
+    kEndsTagName = 1,        // blank, "/", ">", and "<", which the name leaves out
+    kEndsAttributeName = 2,  // blank, "=", "/", ">"
+    kEndsValue = 4,          // either quote, and "&", which needs resolving
+};
+
+// Made at compile time: no parse can run before it is ready.
+struct StopTable {
+    unsigned char bits[256] = {};
+    constexpr StopTable()
+    {
+        for (unsigned char c : {' ', '\t', '\r', '\n', '/', '>'})
+            bits[c] |= kEndsTagName | kEndsAttributeName;
+        bits[static_cast<unsigned char>('<')] |= kEndsTagName;
+        bits[static_cast<unsigned char>('=')] |= kEndsAttributeName;
+        for (unsigned char c : {'"', '\'', '&'})
+            bits[c] |= kEndsValue;
+    }
+};
+
+constexpr StopTable kStops;
+
+inline bool stopsAt(char c, unsigned char kind)
+{
+    return (kStops.bits[static_cast<unsigned char>(c)] & kind) != 0;
+}
+
 inline char lowerAscii(char c)
 {
     return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
@@ -125,24 +153,32 @@ std::string cleanAttributeName(const char* begin, const char* end)
 
 // Reads one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
 // the closing quote of its kind; an unquoted one to the next quote of either kind. The closing
-// quote is consumed.
+// quote is consumed. Values are short as a rule: one pass finds the end and any reference.
 std::string readValue(const char*& p, const char* end)
 {
     if (p >= end)
         return std::string();
-    const char* begin;
-    const char* close;
-    if (*p == '"' || *p == '\'') {
-        begin = p + 1;
-        close = findChar(begin, end, *p);
-    } else {
-        begin = p;
-        close = begin;
-        while (close < end && *close != '"' && *close != '\'')
+    const char quote = (*p == '"' || *p == '\'') ? *p : '\0';
+    const char* begin = quote != '\0' ? p + 1 : p;
+    const char* close = begin;
+    bool reference = false;
+    for (;;) {
+        while (close < end && !stopsAt(*close, kEndsValue))
             ++close;
+        if (close >= end)
+            break;
+        if (*close == '&') {
+            reference = true;
+            ++close;
+            continue;
+        }
+        // A quote: the closing one, or for an unquoted value either kind.
+        if (quote == '\0' || *close == quote)
+            break;
+        ++close;
     }
     p = close < end ? close + 1 : end;
-    return attributeValue(begin, close);
+    return reference ? attributeValue(begin, close) : std::string(begin, close);
 }
 
 class Parser {
@@ -343,14 +379,23 @@ private:
 
     bool startTagInto(TreeNode*& element)
     {
-        std::string name;
         const char* q = p_;
-        while (q < end_ && !isWhite(*q) && *q != '/' && *q != '>')
+        bool stray = false;  // a "<" in the name, left out of it
+        for (;;) {
+            while (q < end_ && !stopsAt(*q, kEndsTagName))
+                ++q;
+            if (q >= end_ || *q != '<')
+                break;
+            stray = true;
             ++q;
-        name.reserve(static_cast<std::size_t>(q - p_));
-        for (const char* r = p_; r < q; ++r)
-            if (*r != '<')
-                name.push_back(*r);
+        }
+        std::string name(p_, stray ? p_ : q);
+        if (stray) {
+            name.reserve(static_cast<std::size_t>(q - p_));
+            for (const char* r = p_; r < q; ++r)
+                if (*r != '<')
+                    name.push_back(*r);
+        }
         p_ = q;
 
         if (!rootNamed_) {
@@ -380,7 +425,7 @@ private:
                 continue;
             }
             const char* nameBegin = p_;
-            while (p_ < end_ && !isWhite(*p_) && *p_ != '=' && *p_ != '/' && *p_ != '>')
+            while (p_ < end_ && !stopsAt(*p_, kEndsAttributeName))
                 ++p_;
             std::string attributeName = cleanAttributeName(nameBegin, p_);
             std::string value = equalsAndValue();

@@ -12,6 +12,9 @@
 // - A record set is a snapshot: it holds its rows on its own, so that changes made through the
 //   same database while it is open don't disturb what it shows.
 // - Prepared statements are kept, by their text, in a bounded cache.
+// - Inside a transaction, a table read again and again by "SELECT * FROM t WHERE c = <key>" is
+//   scanned once and its rows grouped by c; the same queries then get the same rows from the
+//   groups, until a statement that may write runs or the transaction ends.
 // Nothing here throws for a failure of the database; results say true or false and the log says why.
 
 #include <memory>

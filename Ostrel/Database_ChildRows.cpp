@@ -1,0 +1,284 @@
+#include "Ostrel/Database_ChildRows.h"
+
+#define SQLITE_HAS_CODEC 1
+#include <sqlcipher/sqlite3.h>
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "Ostrel/Database_Text.h"
+#include "Ostrel/LogMacros.h"
+
+namespace Ostrel {
+namespace detail {
+
+const std::size_t ChildRows::kBudget = 128u * 1024u * 1024u;
+
+struct Grouped {
+    std::size_t columns = 0;
+    // Every cell of every kept row, row after row, each closed by a NUL; starts[i] is where cell
+    // i begins, and its size runs to the next start, less the NUL.
+    std::string text;
+    std::vector<std::size_t> starts;
+    // (key, row), ordered by key and, within a key, by row: the scan's order.
+    std::vector<std::pair<long long, std::size_t>> by_key;
+
+    std::size_t bytes() const
+    {
+        return text.capacity() + starts.capacity() * sizeof(std::size_t) +
+               by_key.capacity() * sizeof(by_key[0]);
+    }
+};
+
+struct ChildRows::Table {
+    int runs = 0;          // statements of the table's queries run since the last clear
+    bool refused = false;  // can't be grouped: its queries stay statements
+    std::unique_ptr<Grouped> rows;
+};
+
+namespace {
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v';
+}
+
+void skip_blanks(const char*& p)
+{
+    while (is_blank(*p))
+        ++p;
+}
+
+// A keyword (lower case) followed by a blank.
+bool take_keyword(const char*& p, const char* keyword)
+{
+    const std::size_t size = std::strlen(keyword);
+    if (!is_keyword(p, size, keyword) || !is_blank(p[size]))
+        return false;
+    p += size;
+    skip_blanks(p);
+    return true;
+}
+
+bool take_word(const char*& p, std::string& word)
+{
+    const char* start = p;
+    if (*p >= '0' && *p <= '9')
+        return false;
+    while (is_word_char(*p))
+        ++p;
+    if (p == start)
+        return false;
+    word.assign(start, p);
+    return true;
+}
+
+// Runs a query; true when one of its rows passes the test.
+template <typename Test>
+bool any_row(sqlite3* db, const std::string& sql, Test test)
+{
+    sqlite3_stmt* statement = nullptr;
+    bool found = false;
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
+        while (!found && sqlite3_step(statement) == SQLITE_ROW)
+            found = test(statement);
+    }
+    sqlite3_finalize(statement);
+    return found;
+}
+
+// Whether a query of the table by this column runs as a full scan in rowid order: an ordinary
+// table (not a view, nor virtual), without any index, the column one of its own and not its key.
+bool scans_in_rowid_order(sqlite3* db, const std::string& table, const std::string& column)
+{
+    const std::string quoted = "\"" + table + "\"";
+    const std::string lookup = "SELECT rootpage FROM sqlite_master WHERE type = 'table' AND name = '" + table +
+                               "' COLLATE NOCASE AND sql NOT LIKE 'CREATE VIRTUAL%';";
+    if (table.find('\'') != std::string::npos ||
+        !any_row(db, lookup, [](sqlite3_stmt* s) { return sqlite3_column_int64(s, 0) > 0; }))
+        return false;
+    if (any_row(db, "PRAGMA index_list(" + quoted + ");", [](sqlite3_stmt*) { return true; }))
+        return false;
+    const std::string name = case_folded(column);
+    return any_row(db, "PRAGMA table_info(" + quoted + ");", [&name](sqlite3_stmt* s) {
+        const unsigned char* text = sqlite3_column_text(s, 1);
+        return text != nullptr && case_folded(reinterpret_cast<const char*>(text)) == name &&
+               sqlite3_column_int64(s, 5) == 0;
+    });
+}
+
+} // namespace
+
+std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts)
+{
+    starts.push_back(text.size());
+    std::size_t size = 0;
+    if (sqlite3_column_type(statement, i) == SQLITE_INTEGER) {
+        // The keys: the same decimal text that SQLite would make, without its allocation.
+        char digits[24];
+        const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, sqlite3_column_int64(statement, i));
+        size = static_cast<std::size_t>(end.ptr - digits);
+        text.append(digits, size);
+    } else {
+        const unsigned char* value = sqlite3_column_text(statement, i);
+        size = value != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(statement, i)) : 0;
+        if (size > 0)
+            text.append(reinterpret_cast<const char*>(value), size);
+    }
+    text.push_back('\0');
+    return size;
+}
+
+bool parse_child_query(const char* sql, ChildQuery& query)
+{
+    if (sql == nullptr)
+        return false;
+    const char* p = sql;
+    skip_blanks(p);
+    if (!take_keyword(p, "select") || *p++ != '*')
+        return false;
+    skip_blanks(p);
+    if (!take_keyword(p, "from") || !take_word(p, query.table))
+        return false;
+    skip_blanks(p);
+    if (!take_keyword(p, "where") || !take_word(p, query.column))
+        return false;
+    skip_blanks(p);
+    if (*p++ != '=')
+        return false;
+    skip_blanks(p);
+    const bool negative = *p == '-';
+    if (negative) {
+        ++p;
+        skip_blanks(p);
+    }
+    const char* digits = p;
+    while (*p >= '0' && *p <= '9')
+        ++p;
+    if (p == digits || p - digits > 10 || is_word_char(*p) || *p == '.')
+        return false;
+    long long key = 0;
+    std::from_chars(digits, p, key);
+    key = negative ? -key : key;
+    if (key < INT_MIN || key > INT_MAX)
+        return false;
+    query.key = key;
+    return only_trivia(p);
+}
+
+const char* ChildRows::Group::cell(std::size_t row, std::size_t column, std::size_t& size) const
+{
+    const Grouped& g = *m_rows;
+    const std::size_t index = g.by_key[m_first + row].second * g.columns + column;
+    const std::size_t next = index + 1 < g.starts.size() ? g.starts[index + 1] : g.text.size();
+    size = next - g.starts[index] - 1;
+    return g.text.data() + g.starts[index];
+}
+
+ChildRows::ChildRows() = default;
+ChildRows::~ChildRows() = default;
+
+ChildRows::Table& ChildRows::table_of(const ChildQuery& query)
+{
+    std::unique_ptr<Table>& table = m_tables[case_folded(query.table) + '\0' + case_folded(query.column)];
+    if (!table)
+        table.reset(new Table);
+    return *table;
+}
+
+void ChildRows::ran(const ChildQuery& query)
+{
+    ++table_of(query).runs;
+}
+
+void ChildRows::clear()
+{
+    m_tables.clear();
+    m_bytes = 0;
+}
+
+bool ChildRows::find(sqlite3* db, const ChildQuery& query, std::size_t columns, Group& group)
+{
+    Table& table = table_of(query);
+    if (table.refused || (!table.rows && table.runs == 0))
+        return false;  // a table queried once is left to its statement
+    if (!table.rows) {
+        std::unique_ptr<Grouped> rows(new Grouped);
+        if (!this->group(db, query, columns, *rows)) {
+            VLOG(4, "[Database] %s not grouped by %s\n", query.table.c_str(), query.column.c_str());
+            table.refused = true;
+            return false;
+        }
+        VLOG(4, "[Database] %s grouped by %s: %zu rows\n", query.table.c_str(), query.column.c_str(),
+             rows->by_key.size());
+        m_bytes += rows->bytes();
+        table.rows = std::move(rows);
+    }
+    const Grouped& rows = *table.rows;
+    if (rows.columns != columns)
+        return false;
+    const auto range = std::equal_range(
+        rows.by_key.begin(), rows.by_key.end(), std::make_pair(query.key, std::size_t(0)),
+        [](const std::pair<long long, std::size_t>& a, const std::pair<long long, std::size_t>& b) {
+            return a.first < b.first;
+        });
+    group.m_rows = &rows;
+    group.m_first = static_cast<std::size_t>(range.first - rows.by_key.begin());
+    group.m_count = static_cast<std::size_t>(range.second - range.first);
+    return true;
+}
+
+// The grouping scan. Its last column is the integer that the row's value equals under the
+// statement's own comparison "<column> = <key>", or NULL. The candidate goes through REAL so that
+// texts such as '1e1' and '7.0' find the number that SQLite's numeric comparison sees in them;
+// SQLite then compares the value with it exactly as with the statement's key, affinity and
+// collation included (the unary plus gives the candidate no affinity, as a key has none). Every key
+// of the 32-bit range is exact in a double, so a row equal to a key always finds that key.
+bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns, Grouped& rows)
+{
+    if (!scans_in_rowid_order(db, query.table, query.column))
+        return false;
+    const std::string column = "\"" + query.column + "\"";
+    const std::string candidate = "CAST(CAST(" + column + " AS REAL) AS INTEGER)";
+    const std::string sql = "SELECT *, CASE WHEN " + column + " = +" + candidate + " THEN " + candidate +
+                            " END FROM \"" + query.table + "\";";
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK ||
+        static_cast<std::size_t>(sqlite3_column_count(statement)) != columns + 1) {
+        sqlite3_finalize(statement);
+        return false;
+    }
+    rows.columns = columns;
+    const int key_column = static_cast<int>(columns);
+    const std::size_t budget = kBudget > m_bytes ? kBudget - m_bytes : 0;
+    std::size_t bytes = 0;
+    std::size_t row = 0;
+    int rc;
+    while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
+        if (sqlite3_column_type(statement, key_column) != SQLITE_INTEGER)
+            continue;  // equals no key: in no answer
+        const long long key = sqlite3_column_int64(statement, key_column);
+        if (key < INT_MIN || key > INT_MAX)
+            continue;  // no query asks for it
+        for (int i = 0; i < key_column; ++i)
+            bytes += append_cell(statement, i, rows.text, rows.starts) + 1 + sizeof(std::size_t);
+        rows.by_key.emplace_back(key, row++);
+        bytes += sizeof(rows.by_key[0]);
+        if (bytes > budget) {
+            rc = SQLITE_TOOBIG;
+            break;
+        }
+    }
+    sqlite3_finalize(statement);
+    if (rc != SQLITE_DONE)
+        return false;
+    // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
+    std::sort(rows.by_key.begin(), rows.by_key.end());
+    return true;
+}
+
+} // namespace detail
+} // namespace Ostrel
