@@ -316,6 +316,8 @@ void serve(const Options& options)
     server->set_read_timeout(options.read_timeout_ms / 1000, (options.read_timeout_ms % 1000) * 1000);
     server->set_write_timeout(options.read_timeout_ms / 1000, (options.read_timeout_ms % 1000) * 1000);
     server->set_keep_alive_timeout(options.keep_alive_s);
+    // Small replies go out at once instead of waiting on the client's delayed acknowledgement.
+    server->set_tcp_nodelay(true);
     server->Post(kPath, [&options](const httplib::Request& req, httplib::Response& res,
                                    const httplib::ContentReader& reader) { handle_post(options, req, res, reader); });
 
