@@ -20,18 +20,30 @@ inline std::string service_url(int port)
     return "https://127.0.0.1:" + std::to_string(port) + "/supportservices.asmx";
 }
 
+// A socket bound to a free port of 127.0.0.1, address filled in; -1 on failure.
+inline int bound_loopback_socket(sockaddr_in& address)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    address = sockaddr_in{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        if (fd >= 0)
+            close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 // A loopback port that refuses every connection at once: bound for the rest of the process and
 // never listening, so that no other program can take it.
 inline int refusing_port()
 {
     static const int port = [] {
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-            getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        if (bound_loopback_socket(address) < 0)
             return 1;
         return static_cast<int>(ntohs(address.sin_port));
     }();

@@ -10,6 +10,7 @@
 
 #include "http_call.h"
 #include "http_script_server.h"
+#include "loopback_settings.h"
 
 using httptest::call;
 using httptest::CallResult;
@@ -249,14 +250,10 @@ TEST(HttpReply, ConnectFailures)
     EXPECT_NE(r.trail.find("Connection refused"), std::string::npos) << r.trail;
 
     // A listener whose queue is full drops further handshakes: the connect limit must hold.
-    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    const int listener = loopback::bound_loopback_socket(addr);
+    ASSERT_GE(listener, 0);
     ASSERT_EQ(listen(listener, 0), 0);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
     std::vector<int> queued;
     for (int i = 0; i < 4; ++i) {
         queued.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -273,14 +270,10 @@ TEST(HttpReply, ConnectFailures)
 
 TEST(HttpReply, ServerGoneWhileSendingIsAFailureNotASignal)
 {
-    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    const int listener = loopback::bound_loopback_socket(addr);
+    ASSERT_GE(listener, 0);
     ASSERT_EQ(listen(listener, 1), 0);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length);
     std::thread reset([listener] {
         int fd = accept(listener, nullptr, nullptr);
         char some[1024];

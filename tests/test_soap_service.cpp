@@ -22,6 +22,7 @@
 #include <vellument/Ostrel_XML.h>
 #include <vellument/eFileSOAPS.h>
 
+#include "loopback_settings.h"
 #include "filing_service_fixture.h"
 #include "soap_test_util.h"
 
@@ -250,17 +251,8 @@ TEST_F(SoapService, EveryFaultKindGivesTheCodesOfItsKind)
 
 TEST_F(SoapService, AServerThatIsNotThereLeavesTheCodesAndIsLogged)
 {
-    // A port that was free a moment ago and has no listener now.
-    const int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr;
-    std::memset(&addr, 0, sizeof addr);
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    ASSERT_EQ(getsockname(s, reinterpret_cast<sockaddr*>(&addr), &length), 0);
-    close(s);
-    soaptest::point_at("https://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/supportservices.asmx");
+    // A loopback port with no listener.
+    soaptest::point_at(loopback::service_url(loopback::refusing_port()));
 
     LogCapture log;
     const Outcome o = run_all("123456789", file_);
