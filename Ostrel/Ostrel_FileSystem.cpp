@@ -449,14 +449,24 @@ int FileSystem::Rename(const char* old_path, const char* new_path)
     return -1;
 }
 
-bool FileSystem::WriteBinaryFile(const char* path, const void* data, std::size_t size)
+namespace {
+
+// The disk path a write of `size` bytes at `data` goes to; false (last error set) for no data.
+bool MapForWrite(const char* path, const void* data, std::size_t size, std::string& disk)
 {
     if (data == nullptr && size > 0) {
         Error::SetLastError(Error::INVALID_PARAMETER);
         return false;
     }
+    return MapForOperation(path, disk);
+}
+
+} // namespace
+
+bool FileSystem::WriteBinaryFile(const char* path, const void* data, std::size_t size)
+{
     std::string disk;
-    if (!MapForOperation(path, disk))
+    if (!MapForWrite(path, data, size, disk))
         return false;
     int fd = OpenNoBlock(disk, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (fd < 0) {
@@ -478,12 +488,8 @@ bool FileSystem::WriteBinaryFile(const char* path, const void* data, std::size_t
 
 bool FileSystem::WriteFileAtomic(const char* path, const void* data, std::size_t size)
 {
-    if (data == nullptr && size > 0) {
-        Error::SetLastError(Error::INVALID_PARAMETER);
-        return false;
-    }
     std::string disk;
-    if (!MapForOperation(path, disk))
+    if (!MapForWrite(path, data, size, disk))
         return false;
     return ReplaceAtomically(
         disk,
