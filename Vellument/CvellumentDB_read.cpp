@@ -1,7 +1,13 @@
 #include <vellument/CvellumentDB.h>
 
+#include <climits>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include <vellument/CVellument.h>
 #include <vellument/CkXml.h>
@@ -9,6 +15,8 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Build.h"
+#include "Ostrel/XML_WellFormed.h"
 #include "Vellument/CvellumentDB_impl.h"
 #include "Vellument/Vellument_impl.h"
 
@@ -33,23 +41,215 @@ public:
     ReadTransaction(const ReadTransaction&) = delete;
     ReadTransaction& operator=(const ReadTransaction&) = delete;
 
+    bool begun() const { return m_begun; }
+
 private:
     Ostrel::DatabaseEx* m_database;
     bool m_begun;
 };
 
-// The columns of the present row, from the second, as attributes of the element; the last
-// `skipped` columns (tableVer and the links) are left out.
-void copy_attributes(CkXml* element, const Ostrel::RecordSet& rows, int skipped)
+bool plain_name(const char* name)
 {
-    if (element == nullptr)
-        return;
-    const int count = rows.GetFieldCount();
-    for (int i = 1; i < count - skipped; ++i)
-        element->AddAttribute(rows.GetFieldName(i).c_str(), rows.GetColumnString(i));
+    const unsigned char first = static_cast<unsigned char>(*name);
+    if (first == 0 || first >= 0x80 || !oxml::is_name_start_char(first))
+        return false;
+    for (const char* p = name + 1; *p != '\0'; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c >= 0x80 || !oxml::is_name_char(c))
+            return false;
+    }
+    return true;
+}
+
+bool plain_value(const char* value, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(value[i]);
+        if (c >= 0x80 || !oxml::is_xml_char(c))
+            return false;
+    }
+    return true;
 }
 
 } // namespace
+
+// The document as the rows give it, before it becomes one: its elements in an array, linked in
+// the order of the finished tree, and their attributes' texts in one buffer, each closed by a NUL.
+// A read makes many small elements; this keeps them to a few allocations in all.
+//
+// Most rows hold ASCII names and texts that XML takes as they are ("plain"); such a tree goes
+// straight into the document. Any other text takes the toolkit tree's road, which decides how a
+// name or text that XML can't hold is repaired, so that both roads give the same document.
+struct CvellumentDB::ReadTree {
+    struct Element {
+        const char* tag;
+        int first_child;
+        int last_child;
+        int next;  // sibling
+        int children;
+        std::size_t first_attribute;
+        std::size_t attributes;
+    };
+    struct Attribute {
+        std::uint32_t name;  // in names
+        std::size_t value;   // where its text starts
+    };
+    // The names of a record set's columns, by the place in the reader that copies them: within
+    // the read's transaction a statement's columns stay the same from row to row.
+    struct Columns {
+        int count = -1;
+        std::vector<std::uint32_t> ids;
+    };
+    enum Site {
+        SITE_TRAIL,
+        SITE_PACKAGE,
+        SITE_STATUS,
+        SITE_STATUS_BASE,
+        SITE_FILING,
+        SITE_COPY,
+        SITE_FILING_BASE,
+        SITE_FORM,
+        SITE_HISTORY,
+        SITE_FORM_BASE,
+        SITE_COUNT
+    };
+
+    std::vector<Element> elements;
+    std::vector<Attribute> attributes;
+    std::vector<std::string> names;
+    std::unordered_map<std::string, std::uint32_t> name_ids;
+    std::string text;
+    bool plain = true;
+    bool stable_columns = false;  // set while the read's own transaction is open
+    Columns sites[SITE_COUNT];
+
+    explicit ReadTree(const char* root_tag) { elements.push_back(Element{root_tag, -1, -1, -1, 0, 0, 0}); }
+
+    // A new child where the toolkit's NewChildAfter puts it: after the child at index, or last.
+    int add_child_after(int parent, int index, const char* tag)
+    {
+        const int child = static_cast<int>(elements.size());
+        elements.push_back(Element{tag, -1, -1, -1, 0, 0, 0});
+        Element& p = at(parent);
+        const long long place = static_cast<long long>(index < 0 ? 0 : index) + 1;
+        if (place >= p.children) {
+            if (p.last_child < 0)
+                p.first_child = child;
+            else
+                at(p.last_child).next = child;
+            p.last_child = child;
+        } else {
+            int before = p.first_child;
+            for (long long k = 1; k < place; ++k)
+                before = at(before).next;
+            at(child).next = at(before).next;
+            at(before).next = child;
+        }
+        ++p.children;
+        return child;
+    }
+    int append_child(int parent, const char* tag) { return add_child_after(parent, INT_MAX - 1, tag); }
+
+    std::uint32_t name_id(const std::string& name)
+    {
+        const auto found = name_ids.find(name);
+        if (found != name_ids.end())
+            return found->second;
+        const std::uint32_t id = static_cast<std::uint32_t>(names.size());
+        names.push_back(name);
+        name_ids.emplace(name, id);
+        plain = plain && plain_name(name.c_str());
+        return id;
+    }
+
+    // An element's attributes are added one after the other, before any other element's.
+    void add_attribute(int element, std::uint32_t name, const char* value)
+    {
+        Element& e = at(element);
+        if (e.attributes == 0)
+            e.first_attribute = attributes.size();
+        ++e.attributes;
+        attributes.push_back(Attribute{name, text.size()});
+        const std::size_t size = std::strlen(value);
+        plain = plain && plain_value(value, size);
+        text.append(value, size + 1);
+    }
+
+    // The columns of the present row, from the second, as attributes of the element; the last
+    // `skipped` columns (tableVer and the links) are left out.
+    void copy_attributes(int element, const Ostrel::RecordSet& rows, int skipped, Site site)
+    {
+        Columns& columns = sites[site];
+        const int count = rows.GetFieldCount();
+        if (!stable_columns || columns.count != count) {
+            columns.count = count;
+            columns.ids.clear();
+            for (int i = 0; i < count; ++i)
+                columns.ids.push_back(name_id(rows.GetFieldName(i)));
+        }
+        for (int i = 1; i < count - skipped; ++i)
+            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], rows.GetColumnString(i));
+    }
+
+    COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
+
+private:
+    Element& at(int index) { return elements[static_cast<std::size_t>(index)]; }
+    const Element& at(int index) const { return elements[static_cast<std::size_t>(index)]; }
+
+    COXMLDocument* build_document() const
+    {
+        oxml::TreeBuilder builder;
+        std::string name;
+        std::string value;
+        // (element, its next child still to go); the tree is a few levels deep.
+        std::vector<std::pair<int, int>> open;
+        auto enter = [&](int index) {
+            const Element& e = at(index);
+            builder.open(name.assign(e.tag));
+            for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
+                builder.attribute(name.assign(names[attributes[a].name]),
+                                  value.assign(text.c_str() + attributes[a].value));
+            open.emplace_back(index, e.first_child);
+        };
+        enter(0);
+        while (!open.empty()) {
+            const int child = open.back().second;
+            if (child < 0) {
+                builder.close();
+                open.pop_back();
+            } else {
+                open.back().second = at(child).next;
+                enter(child);
+            }
+        }
+        return builder.finish();
+    }
+
+    COXMLDocument* through_toolkit() const
+    {
+        std::unique_ptr<CkXml> root(new CkXml());
+        root->put_EmitDeclaration(false);
+        root->put_Tag(at(0).tag);
+        if (!fill(root.get(), 0))
+            return nullptr;
+        return COXMLDocument::createNewDocument(root->GetSelf());
+    }
+
+    bool fill(CkXml* node, int index) const
+    {
+        const Element& e = at(index);
+        for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
+            node->AddAttribute(names[attributes[a].name].c_str(), text.c_str() + attributes[a].value);
+        int position = 0;
+        for (int child = e.first_child; child >= 0; child = at(child).next) {
+            std::unique_ptr<CkXml> made(node->NewChildAfter(position++, at(child).tag, ""));
+            if (!made || !fill(made.get(), child))
+                return false;
+        }
+        return true;
+    }
+};
 
 // --- Reading -------------------------------------------------------------------------------------
 
@@ -70,7 +270,7 @@ COXMLDocument* CvellumentDB::readRecords(const CVellument* vellument, const std:
     return readRecords(vellument, nullptr);
 }
 
-int CvellumentDB::_checkAndInsertVellument(CkXml* xml, const std::string& sql) const
+int CvellumentDB::_checkAndInsertVellument(ReadTree& tree, const std::string& sql) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
     Ostrel::RecordSet rows;
@@ -86,9 +286,8 @@ int CvellumentDB::_checkAndInsertVellument(CkXml* xml, const std::string& sql) c
         return -1;
     }
     const int trail_id = as_number(rows.GetFieldValue(0));
-    xml->put_Tag("AuditTrail");
-    copy_attributes(xml, rows, 3);
-    if (!_addDictionary(xml, as_number(rows.GetFieldValue(std::string("dictionaryID"))))) {
+    tree.copy_attributes(0, rows, 3, ReadTree::SITE_TRAIL);
+    if (!_addDictionary(tree, 0, as_number(rows.GetFieldValue(std::string("dictionaryID"))))) {
         VLOG(1, "[CvellumentDB] Error adding dictionary to audit trail\n");
         return -1;
     }
@@ -96,7 +295,7 @@ int CvellumentDB::_checkAndInsertVellument(CkXml* xml, const std::string& sql) c
     return trail_id;
 }
 
-bool CvellumentDB::_addDictionary(CkXml* parent, int dictionary_id) const
+bool CvellumentDB::_addDictionary(ReadTree& tree, int parent, int dictionary_id) const
 {
     Ostrel::RecordSet rows;
     if (!rows.Open(format("SELECT * FROM VLMdictionaryEntry WHERE parentID = %d", dictionary_id).c_str(),
@@ -106,42 +305,39 @@ bool CvellumentDB::_addDictionary(CkXml* parent, int dictionary_id) const
         VLOG(3, "[CvellumenDB] No dictionary entries found\n");
         return true;
     }
-    std::unique_ptr<CkXml> dictionary(parent->NewChild("Dictionary", ""));
-    if (!dictionary)
-        return false;
+    const int dictionary = tree.append_child(parent, "Dictionary");
     for (rows.MoveFirst(); !rows.IsEOF(); rows.MoveNext())
-        dictionary->AddAttribute(rows.GetFieldValue(1).c_str(), rows.GetFieldValue(2).c_str());
+        tree.add_attribute(dictionary, tree.name_id(rows.GetColumnString(1)), rows.GetColumnString(2));
     rows.Close();
     return true;
 }
 
-CkXml* CvellumentDB::_addPackageOrStatus(CkXml* parent, const std::string& sql, const std::string& base_sql,
-                                         const std::string& tag, int index) const
+int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                                      const char* tag, int index) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
     Ostrel::RecordSet rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
-        return nullptr;
+        return -1;
     }
     const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-    std::unique_ptr<CkXml> element(parent->NewChildAfter(index, tag.c_str(), ""));
-    if (!element)
-        return nullptr;
-    copy_attributes(element.get(), rows, 3);
+    const int element = tree.add_child_after(parent, index, tag);
+    const bool package = std::strcmp(tag, "Package") == 0;
+    tree.copy_attributes(element, rows, 3, package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS);
     rows.Close();
 
     if (!rows.Open(with_key(base_sql, base_id).c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
-        return nullptr;
+        return -1;
     }
-    copy_attributes(element.get(), rows, 1);
+    tree.copy_attributes(element, rows, 1, ReadTree::SITE_STATUS_BASE);
     rows.Close();
-    return element.release();
+    return element;
 }
 
-bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const std::string& child_sql,
-                                    const std::string& tag, const std::string& key_column) const
+bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::string& sql, const std::string& child_sql,
+                                    const char* tag, const std::string& key_column) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
     Ostrel::RecordSet rows;
@@ -149,25 +345,24 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
     }
-    const std::string child_tag = tag == "Copy" ? "History" : "Form";
+    const bool copy = std::strcmp(tag, "Copy") == 0;
+    const char* child_tag = copy ? "History" : "Form";
     const int count = rows.GetRecordCount();
     Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
-        std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
-        if (!element)
-            return false;
+        const int element = tree.add_child_after(parent, i, tag);
         const int key = as_number(rows.GetFieldValue(key_column));
-        copy_attributes(element.get(), rows, 3);
+        tree.copy_attributes(element, rows, 3, copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING);
 
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
         if (!base.Open(format("SELECT * FROM VLMfilingBase WHERE filingBaseID = %d", base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
-        copy_attributes(element.get(), base, 1);
+        tree.copy_attributes(element, base, 1, ReadTree::SITE_FILING_BASE);
         base.Close();
 
-        if (!_addFormOrHistory(element.get(), with_key(child_sql, key),
+        if (!_addFormOrHistory(tree, element, with_key(child_sql, key),
                                "SELECT * FROM VLMformBase WHERE formBaseID = %d", child_tag))
             return false;
         rows.MoveNext();
@@ -176,8 +371,8 @@ bool CvellumentDB::_addFilingOrCopy(CkXml* parent, const std::string& sql, const
     return true;
 }
 
-bool CvellumentDB::_addFormOrHistory(CkXml* parent, const std::string& sql, const std::string& base_sql,
-                                     const std::string& tag) const
+bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                                     const char* tag) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
     Ostrel::RecordSet rows;
@@ -185,19 +380,18 @@ bool CvellumentDB::_addFormOrHistory(CkXml* parent, const std::string& sql, cons
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
     }
+    const ReadTree::Site site = std::strcmp(tag, "History") == 0 ? ReadTree::SITE_HISTORY : ReadTree::SITE_FORM;
     const int count = rows.GetRecordCount();
     Ostrel::RecordSet base;  // opened anew for each row, its memory kept
     for (int i = 0; i < count; ++i) {
-        std::unique_ptr<CkXml> element(parent->NewChildAfter(i, tag.c_str(), ""));
-        if (!element)
-            return false;
-        copy_attributes(element.get(), rows, 3);
+        const int element = tree.add_child_after(parent, i, tag);
+        tree.copy_attributes(element, rows, 3, site);
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
         if (!base.Open(with_key(base_sql, base_id).c_str(), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
-        copy_attributes(element.get(), base, 1);
+        tree.copy_attributes(element, base, 1, ReadTree::SITE_FORM_BASE);
         base.Close();
         rows.MoveNext();
     }
@@ -212,9 +406,6 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         return nullptr;
     }
     Ostrel::DatabaseEx* database = getDatabase();
-    std::unique_ptr<CkXml> xml(new CkXml());
-    xml->put_EmitDeclaration(false);
-
     if (database == nullptr || !database->GetOpen() || !_checkTablesExist()) {
         VLOG(1, "[CvellumentDB] Error checking tables %s\n",
              database != nullptr ? database->GetFilePath().c_str() : "");
@@ -233,8 +424,10 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
     }
 
     const ReadTransaction read_transaction(database);
+    ReadTree tree("AuditTrail");
+    tree.stable_columns = read_transaction.begun();
     const int trail_id = _checkAndInsertVellument(
-        xml.get(),
+        tree,
         format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "
                "'%s';",
                id.form_type.c_str(), id.year.c_str(), id.extension.c_str()));
@@ -249,38 +442,37 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         return nullptr;
     }
     const int count = transactions.GetRecordCount();
+    const std::uint32_t action = transactions.GetFieldCount() > 1 ? tree.name_id(transactions.GetFieldName(1)) : 0;
     for (int i = 0; i < count; ++i) {
-        std::unique_ptr<CkXml> transaction(xml->NewChildAfter(i, "Transaction", ""));
-        if (!transaction)
-            return nullptr;
+        const int transaction = tree.add_child_after(0, i, "Transaction");
         if (transactions.GetFieldCount() > 1)
-            transaction->AddAttribute(transactions.GetFieldName(1).c_str(), transactions.GetFieldValue(1).c_str());
+            tree.add_attribute(transaction, action, transactions.GetColumnString(1));
         const int package_id = as_number(transactions.GetFieldValue(std::string("packageID")));
         const int status_id = as_number(transactions.GetFieldValue(std::string("statusID")));
         const int dictionary_id = as_number(transactions.GetFieldValue(std::string("dictionaryID")));
 
-        if (!_addDictionary(transaction.get(), dictionary_id)) {
+        if (!_addDictionary(tree, transaction, dictionary_id)) {
             VLOG(1, "[CvellumentDB] Error adding dictionary to transaction\n");
             return nullptr;
         }
 
         // The package and status rows are asked for by their own keys, which run in step with
         // the transaction's.
-        std::unique_ptr<CkXml> package(_addPackageOrStatus(
-            transaction.get(), format("SELECT * FROM VLMpackage WHERE parentID = %d", package_id),
-            "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Package", i));
-        if (!package ||
-            !_addFilingOrCopy(package.get(), format("SELECT * FROM VLMfiling WHERE parentID = %d", package_id),
+        const int package = _addPackageOrStatus(tree, transaction,
+                                                format("SELECT * FROM VLMpackage WHERE parentID = %d", package_id),
+                                                "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Package", i);
+        if (package < 0 ||
+            !_addFilingOrCopy(tree, package, format("SELECT * FROM VLMfiling WHERE parentID = %d", package_id),
                               "SELECT * FROM VLMform WHERE parentID = %d", "Filing", "filingID")) {
             VLOG(1, "[CvellumentDB] Error selecting from filing\n");
             return nullptr;
         }
 
-        std::unique_ptr<CkXml> status(_addPackageOrStatus(
-            transaction.get(), format("SELECT * FROM VLMstatus WHERE parentID = %d", status_id),
-            "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Status", i));
-        if (!status ||
-            !_addFilingOrCopy(status.get(), format("SELECT * FROM VLMcopy WHERE parentID = %d", status_id),
+        const int status = _addPackageOrStatus(tree, transaction,
+                                               format("SELECT * FROM VLMstatus WHERE parentID = %d", status_id),
+                                               "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Status", i);
+        if (status < 0 ||
+            !_addFilingOrCopy(tree, status, format("SELECT * FROM VLMcopy WHERE parentID = %d", status_id),
                               "SELECT * FROM VLMhistory WHERE parentID = %d", "Copy", "copyID")) {
             VLOG(1, "[CvellumentDB] Error selecting from copy\n");
             return nullptr;
@@ -289,6 +481,5 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
     }
     transactions.Close();
 
-    return COXMLDocument::createNewDocument(xml->GetSelf());
+    return tree.to_document();
 }
-
