@@ -181,9 +181,31 @@ struct DatabaseEx::Impl {
         query_pending = true;
         progress_calls = 0;
         detail::ChildRows::Group group;
-        if (!child_rows.find(db, scratch_query, columns, group))
+        if (!child_rows.find(db, scratch_query, prepared, group))
             return false;
         query_pending = false;
+        for (std::size_t row = 0; row < group.size(); ++row)
+            for (std::size_t column = 0; column < columns; ++column) {
+                std::size_t size = 0;
+                const char* cell = group.cell(row, column, size);
+                add_cell(cell, size);
+            }
+        rows = group.size();
+        return true;
+    }
+
+    // As answer_from_groups, for a table grouped already: no statement is prepared, and the
+    // names of the columns come with the group.
+    template <typename AddCell>
+    bool answer_grouped(const char* sql, const std::vector<std::string>*& names, AddCell add_cell, std::size_t& rows)
+    {
+        if (db == nullptr || child_rows.empty() || sqlite3_get_autocommit(db) != 0 ||
+            !detail::parse_child_query(sql, scratch_query))
+            return false;
+        detail::ChildRows::Group group;
+        if (!child_rows.find_grouped(scratch_query, group, names))
+            return false;
+        const std::size_t columns = names->size();
         for (std::size_t row = 0; row < group.size(); ++row)
             for (std::size_t column = 0; column < columns; ++column) {
                 std::size_t size = 0;
@@ -557,6 +579,14 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         const std::string key = std::to_string(sqlite3_last_insert_rowid(db.db));
         d.add_cell(key.data(), key.size());
         d.row_count = 1;
+        return true;
+    }
+    const std::vector<std::string>* grouped_names = nullptr;
+    if (db.answer_grouped(sql, grouped_names, [&d](const char* cell, std::size_t size) { d.add_cell(cell, size); },
+                          d.row_count)) {
+        for (std::size_t i = 0; i < grouped_names->size(); ++i)
+            d.set_column_name(i, (*grouped_names)[i].c_str());
+        d.columns = grouped_names->size();
         return true;
     }
     std::vector<Slot>& slots = db.scratch_slots;
