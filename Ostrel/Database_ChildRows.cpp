@@ -299,8 +299,11 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         return false;
     const std::string column = "\"" + query.column + "\"";
     const std::string candidate = "CAST(CAST(" + column + " AS REAL) AS INTEGER)";
-    const std::string sql = "SELECT *, CASE WHEN " + column + " = +" + candidate + " THEN " + candidate +
-                            " END FROM \"" + query.table + "\";";
+    // The key is the rowid: an integer, equal to itself.
+    const std::string key = grouping == BY_KEY
+                                ? column
+                                : "CASE WHEN " + column + " = +" + candidate + " THEN " + candidate + " END";
+    const std::string sql = "SELECT *, " + key + " FROM \"" + query.table + "\";";
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK ||
         static_cast<std::size_t>(sqlite3_column_count(statement)) != columns + 1) {

@@ -105,7 +105,7 @@ struct DatabaseEx::Impl {
             return nullptr;
         }
         std::string& key = scratch_key;  // reused: no allocation per statement
-        if (slots == nullptr || !shape_of(sql, key, *slots)) {
+        if (slots == nullptr || !shape_remembered(sql, key, *slots)) {
             if (slots != nullptr)
                 slots->clear();
             key.assign(sql);
@@ -140,6 +140,36 @@ struct DatabaseEx::Impl {
             lru.pop_back();
         }
         return prepared;
+    }
+
+    // The shapes of the last few statements, by their text: a write runs the same text row after
+    // row (rows without a parent, or siblings of one), and comparing it costs less than reading it.
+    struct Shaped {
+        std::string sql;
+        std::string shape;
+        std::vector<Slot> slots;
+    };
+    static const std::size_t kShapesRemembered = 8;
+    Shaped shapes[kShapesRemembered];
+    std::size_t next_shape = 0;
+
+    bool shape_remembered(const char* sql, std::string& shape, std::vector<Slot>& slots)
+    {
+        const std::size_t length = std::strlen(sql);
+        for (const Shaped& known : shapes)
+            if (known.sql.size() == length && !known.shape.empty() && std::memcmp(known.sql.data(), sql, length) == 0) {
+                shape.assign(known.shape);
+                slots.assign(known.slots.begin(), known.slots.end());
+                return true;
+            }
+        if (!shape_of(sql, shape, slots))
+            return false;
+        Shaped& slot = shapes[next_shape];
+        next_shape = (next_shape + 1) % kShapesRemembered;
+        slot.sql.assign(sql, length);
+        slot.shape.assign(shape);
+        slot.slots.assign(slots.begin(), slots.end());
+        return true;
     }
 
     static void done_with(sqlite3_stmt* statement)
