@@ -214,13 +214,7 @@ struct DatabaseEx::Impl {
         if (!child_rows.find(db, scratch_query, prepared, group))
             return false;
         query_pending = false;
-        for (std::size_t row = 0; row < group.size(); ++row)
-            for (std::size_t column = 0; column < columns; ++column) {
-                std::size_t size = 0;
-                const char* cell = group.cell(row, column, size);
-                add_cell(cell, size);
-            }
-        rows = group.size();
+        rows = copy_group(group, columns, add_cell);
         return true;
     }
 
@@ -235,15 +229,21 @@ struct DatabaseEx::Impl {
         detail::ChildRows::Group group;
         if (!child_rows.find_grouped(scratch_query, group, names))
             return false;
-        const std::size_t columns = names->size();
+        rows = copy_group(group, names->size(), add_cell);
+        return true;
+    }
+
+    // Hands the group's cells over, row after row; gives the number of rows.
+    template <typename AddCell>
+    static std::size_t copy_group(const detail::ChildRows::Group& group, std::size_t columns, AddCell add_cell)
+    {
         for (std::size_t row = 0; row < group.size(); ++row)
             for (std::size_t column = 0; column < columns; ++column) {
                 std::size_t size = 0;
                 const char* cell = group.cell(row, column, size);
                 add_cell(cell, size);
             }
-        rows = group.size();
-        return true;
+        return group.size();
     }
 
     void ran_plain()
