@@ -1,5 +1,6 @@
 #include <vellument/CvellumentDB.h>
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -168,11 +169,24 @@ std::string format(const char* fmt, ...)
 
 std::string with_key(const std::string& sql, int key)
 {
-    std::string text = sql;
-    const std::string::size_type at = text.find("%d");
-    if (at != std::string::npos)
-        text.replace(at, 2, std::to_string(key));
+    std::string text;
+    with_key(text, sql, key);
     return text;
+}
+
+const char* with_key(std::string& text, const std::string& sql, int key)
+{
+    const std::string::size_type at = sql.find("%d");
+    if (at == std::string::npos) {
+        text.assign(sql);
+        return text.c_str();
+    }
+    char digits[16];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, key);
+    text.assign(sql, 0, at);
+    text.append(digits, end.ptr);
+    text.append(sql, at + 2, std::string::npos);
+    return text.c_str();
 }
 
 int as_number(const std::string& text)

@@ -78,6 +78,8 @@ const std::string& last_insert();
 std::string format(const char* fmt, ...) VELLUMENT_PRINTF(1, 2);
 // A statement template with one "%d" for a key.
 std::string with_key(const std::string& sql, int key);
+// The same into a buffer that a loop keeps, so that its memory is reused; gives its text.
+const char* with_key(std::string& text, const std::string& sql, int key);
 int as_number(const std::string& text);
 
 // The identity of a vellument in the tables, quotes doubled where it is spliced between them.

@@ -347,15 +347,17 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
     }
     const bool copy = std::strcmp(tag, "Copy") == 0;
     const char* child_tag = copy ? "History" : "Form";
+    static const std::string base_sql = "SELECT * FROM VLMfilingBase WHERE filingBaseID = %d";
     const int count = rows.GetRecordCount();
     Ostrel::RecordSet base;  // opened anew for each row, its memory kept
+    std::string statement;   // likewise
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         const int key = as_number(rows.GetFieldValue(key_column));
         tree.copy_attributes(element, rows, 3, copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING);
 
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        if (!base.Open(format("SELECT * FROM VLMfilingBase WHERE filingBaseID = %d", base_id).c_str(), database)) {
+        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
@@ -383,11 +385,12 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
     const ReadTree::Site site = std::strcmp(tag, "History") == 0 ? ReadTree::SITE_HISTORY : ReadTree::SITE_FORM;
     const int count = rows.GetRecordCount();
     Ostrel::RecordSet base;  // opened anew for each row, its memory kept
+    std::string statement;   // likewise
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         tree.copy_attributes(element, rows, 3, site);
         const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        if (!base.Open(with_key(base_sql, base_id).c_str(), database)) {
+        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
