@@ -19,17 +19,18 @@ const std::size_t ChildRows::kBudget = 128u * 1024u * 1024u;
 
 struct Grouped {
     std::size_t columns = 0;
+    std::vector<std::string> names;  // of the query's columns
     // Every cell of every kept row, row after row, each closed by a NUL; starts[i] is where cell
     // i begins, and its size runs to the next start, less the NUL.
     std::string text;
-    std::vector<std::size_t> starts;
+    std::vector<std::uint32_t> starts;
     // (key, row), ordered by key and, within a key, by row: the scan's order.
     std::vector<std::pair<long long, std::size_t>> by_key;
 
     std::size_t bytes() const
     {
-        return text.capacity() + starts.capacity() * sizeof(std::size_t) +
-               by_key.capacity() * sizeof(by_key[0]);
+        return text.capacity() + starts.capacity() * sizeof(starts[0]) + by_key.capacity() * sizeof(by_key[0]) +
+               names.size() * sizeof(names[0]);
     }
 };
 
@@ -90,31 +91,42 @@ bool any_row(sqlite3* db, const std::string& sql, Test test)
     return found;
 }
 
-// Whether a query of the table by this column runs as a full scan in rowid order: an ordinary
-// table (not a view, nor virtual), without any index, the column one of its own and not its key.
-bool scans_in_rowid_order(sqlite3* db, const std::string& table, const std::string& column)
+// Whether the table's rows can be grouped by this column with the same answers as the query's: an
+// ordinary table (not a view, nor virtual), without any index, the column one of its own. A query
+// by another column then scans the table in rowid order; one by the key, which without an index
+// is the rowid, finds one row at most.
+enum Grouping { NOT_GROUPABLE, BY_COLUMN, BY_KEY };
+
+Grouping groupable(sqlite3* db, const std::string& table, const std::string& column)
 {
     const std::string quoted = "\"" + table + "\"";
     const std::string lookup = "SELECT rootpage FROM sqlite_master WHERE type = 'table' AND name = '" + table +
                                "' COLLATE NOCASE AND sql NOT LIKE 'CREATE VIRTUAL%';";
     if (table.find('\'') != std::string::npos ||
         !any_row(db, lookup, [](sqlite3_stmt* s) { return sqlite3_column_int64(s, 0) > 0; }))
-        return false;
+        return NOT_GROUPABLE;
     if (any_row(db, "PRAGMA index_list(" + quoted + ");", [](sqlite3_stmt*) { return true; }))
-        return false;
+        return NOT_GROUPABLE;
     const std::string name = case_folded(column);
-    return any_row(db, "PRAGMA table_info(" + quoted + ");", [&name](sqlite3_stmt* s) {
+    Grouping grouping = NOT_GROUPABLE;
+    any_row(db, "PRAGMA table_info(" + quoted + ");", [&name, &grouping](sqlite3_stmt* s) {
         const unsigned char* text = sqlite3_column_text(s, 1);
-        return text != nullptr && case_folded(reinterpret_cast<const char*>(text)) == name &&
-               sqlite3_column_int64(s, 5) == 0;
+        if (text == nullptr || case_folded(reinterpret_cast<const char*>(text)) != name)
+            return false;
+        grouping = sqlite3_column_int64(s, 5) != 0 ? BY_KEY : BY_COLUMN;
+        return true;
     });
+    return grouping;
 }
 
 } // namespace
 
-std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts)
+namespace {
+
+template <typename Offset>
+std::size_t append_cell_at(sqlite3_stmt* statement, int i, std::string& text, std::vector<Offset>& starts)
 {
-    starts.push_back(text.size());
+    starts.push_back(static_cast<Offset>(text.size()));
     std::size_t size = 0;
     if (sqlite3_column_type(statement, i) == SQLITE_INTEGER) {
         // The keys: the same decimal text that SQLite would make, without its allocation.
@@ -130,6 +142,18 @@ std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::
     }
     text.push_back('\0');
     return size;
+}
+
+} // namespace
+
+std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts)
+{
+    return append_cell_at(statement, i, text, starts);
+}
+
+std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::uint32_t>& starts)
+{
+    return append_cell_at(statement, i, text, starts);
 }
 
 bool parse_child_query(const char* sql, ChildQuery& query)
@@ -183,9 +207,16 @@ ChildRows::~ChildRows() = default;
 
 ChildRows::Table& ChildRows::table_of(const ChildQuery& query)
 {
+    m_key.assign(query.table);
+    m_key += '\0';
+    m_key += query.column;
+    const auto spelled = m_spelled.find(m_key);
+    if (spelled != m_spelled.end())
+        return *spelled->second;
     std::unique_ptr<Table>& table = m_tables[case_folded(query.table) + '\0' + case_folded(query.column)];
     if (!table)
         table.reset(new Table);
+    m_spelled.emplace(m_key, table.get());
     return *table;
 }
 
@@ -196,15 +227,19 @@ void ChildRows::ran(const ChildQuery& query)
 
 void ChildRows::clear()
 {
+    if (m_tables.empty())
+        return;
+    m_spelled.clear();
     m_tables.clear();
     m_bytes = 0;
 }
 
-bool ChildRows::find(sqlite3* db, const ChildQuery& query, std::size_t columns, Group& group)
+bool ChildRows::find(sqlite3* db, const ChildQuery& query, sqlite3_stmt* statement, Group& group)
 {
     Table& table = table_of(query);
     if (table.refused || (!table.rows && table.runs == 0))
         return false;  // a table queried once is left to its statement
+    const std::size_t columns = static_cast<std::size_t>(sqlite3_column_count(statement));
     if (!table.rows) {
         std::unique_ptr<Grouped> rows(new Grouped);
         if (!this->group(db, query, columns, *rows)) {
@@ -212,14 +247,35 @@ bool ChildRows::find(sqlite3* db, const ChildQuery& query, std::size_t columns, 
             table.refused = true;
             return false;
         }
+        for (std::size_t i = 0; i < columns; ++i) {
+            const char* name = sqlite3_column_name(statement, static_cast<int>(i));
+            rows->names.emplace_back(name != nullptr ? name : "");
+        }
         VLOG(4, "[Database] %s grouped by %s: %zu rows\n", query.table.c_str(), query.column.c_str(),
              rows->by_key.size());
         m_bytes += rows->bytes();
         table.rows = std::move(rows);
     }
-    const Grouped& rows = *table.rows;
-    if (rows.columns != columns)
+    if (table.rows->columns != columns)
         return false;
+    answer(*table.rows, query, group);
+    return true;
+}
+
+bool ChildRows::find_grouped(const ChildQuery& query, Group& group, const std::vector<std::string>*& names)
+{
+    if (m_tables.empty())
+        return false;
+    Table& table = table_of(query);
+    if (!table.rows)
+        return false;
+    answer(*table.rows, query, group);
+    names = &table.rows->names;
+    return true;
+}
+
+void ChildRows::answer(const Grouped& rows, const ChildQuery& query, Group& group)
+{
     const auto range = std::equal_range(
         rows.by_key.begin(), rows.by_key.end(), std::make_pair(query.key, std::size_t(0)),
         [](const std::pair<long long, std::size_t>& a, const std::pair<long long, std::size_t>& b) {
@@ -228,7 +284,6 @@ bool ChildRows::find(sqlite3* db, const ChildQuery& query, std::size_t columns, 
     group.m_rows = &rows;
     group.m_first = static_cast<std::size_t>(range.first - rows.by_key.begin());
     group.m_count = static_cast<std::size_t>(range.second - range.first);
-    return true;
 }
 
 // The grouping scan. Its last column is the integer that the row's value equals under the
@@ -239,12 +294,16 @@ bool ChildRows::find(sqlite3* db, const ChildQuery& query, std::size_t columns, 
 // of the 32-bit range is exact in a double, so a row equal to a key always finds that key.
 bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns, Grouped& rows)
 {
-    if (!scans_in_rowid_order(db, query.table, query.column))
+    const Grouping grouping = groupable(db, query.table, query.column);
+    if (grouping == NOT_GROUPABLE)
         return false;
     const std::string column = "\"" + query.column + "\"";
     const std::string candidate = "CAST(CAST(" + column + " AS REAL) AS INTEGER)";
-    const std::string sql = "SELECT *, CASE WHEN " + column + " = +" + candidate + " THEN " + candidate +
-                            " END FROM \"" + query.table + "\";";
+    // The key is the rowid: an integer, equal to itself.
+    const std::string key = grouping == BY_KEY
+                                ? column
+                                : "CASE WHEN " + column + " = +" + candidate + " THEN " + candidate + " END";
+    const std::string sql = "SELECT *, " + key + " FROM \"" + query.table + "\";";
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK ||
         static_cast<std::size_t>(sqlite3_column_count(statement)) != columns + 1) {
@@ -253,7 +312,7 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
     }
     rows.columns = columns;
     const int key_column = static_cast<int>(columns);
-    const std::size_t budget = kBudget > m_bytes ? kBudget - m_bytes : 0;
+    const std::size_t budget = budget_for(grouping == BY_KEY);
     std::size_t bytes = 0;
     std::size_t row = 0;
     int rc;
@@ -264,7 +323,7 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         if (key < INT_MIN || key > INT_MAX)
             continue;  // no query asks for it
         for (int i = 0; i < key_column; ++i)
-            bytes += append_cell(statement, i, rows.text, rows.starts) + 1 + sizeof(std::size_t);
+            bytes += append_cell(statement, i, rows.text, rows.starts) + 1 + sizeof(rows.starts[0]);
         rows.by_key.emplace_back(key, row++);
         bytes += sizeof(rows.by_key[0]);
         if (bytes > budget) {
@@ -277,7 +336,17 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         return false;
     // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
     std::sort(rows.by_key.begin(), rows.by_key.end());
+    // Kept for the rest of the transaction: without the room left by growing.
+    rows.text.shrink_to_fit();
+    rows.starts.shrink_to_fit();
+    rows.by_key.shrink_to_fit();
     return true;
+}
+
+std::size_t ChildRows::budget_for(bool key) const
+{
+    const std::size_t limit = key ? kBudget / 2 : kBudget;
+    return limit > m_bytes ? limit - m_bytes : 0;
 }
 
 } // namespace detail

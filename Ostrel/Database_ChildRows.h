@@ -10,8 +10,9 @@
 // group: the same column names, rows, order and cell texts as the statement's own result.
 //
 // What holds the answers the same:
-// - Only an ordinary table with no index at all is grouped, and not by its primary key: the
-//   statement then scans the table in rowid order, as the grouping scan does.
+// - Only an ordinary table with no index at all is grouped: a query by any column but the key then
+//   scans the table in rowid order, as the grouping scan does. A key without an index can only be
+//   the rowid itself, so a query by the key finds at most one row, the same as its group.
 // - Which integer a row's value equals is decided by SQLite with the column's own affinity and
 //   collation (see Database_ChildRows.cpp); a row that equals no integer (NULL, text, a fraction) is in
 //   no group.
@@ -20,6 +21,7 @@
 // - A table whose rows exceed the byte budget is not grouped: its queries stay statements.
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -33,7 +35,9 @@ namespace detail {
 
 // Appends column i of the statement's present row as text closed by a NUL, and its start to
 // starts. Integers are written as SQLite writes them; NULL reads as "". Gives the text's size.
+// Offsets of 32 bits serve texts under 4 GiB.
 std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts);
+std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::uint32_t>& starts);
 
 // The table, column and key of a query of the grouped form.
 struct ChildQuery {
@@ -71,24 +75,34 @@ public:
     ChildRows& operator=(const ChildRows&) = delete;
 
     // True with the group of the query's key, when the table is grouped or can be grouped now:
-    // columns is the statement's column count. False: run the statement. Call only inside a
+    // statement is the query's own, prepared. False: run the statement. Call only inside a
     // transaction, with nothing written since the last clear.
-    bool find(sqlite3* db, const ChildQuery& query, std::size_t columns, Group& group);
+    bool find(sqlite3* db, const ChildQuery& query, sqlite3_stmt* statement, Group& group);
+    // As find, without a statement: true only when the table is grouped already, with the names
+    // of the query's columns.
+    bool find_grouped(const ChildQuery& query, Group& group, const std::vector<std::string>*& names);
     // The statement of a query ran: the next query of its table may group it.
     void ran(const ChildQuery& query);
     // Forgets all groups and counts.
     void clear();
     bool empty() const { return m_tables.empty(); }
 
-    // Bytes that the groups of one transaction may hold in all.
+    // Bytes that the groups of one transaction may hold in all. Groupings by the key take no more
+    // than half: a query by the key alone is a quick lookup, one by another column a whole scan.
     static const std::size_t kBudget;
 
 private:
     struct Table;
     Table& table_of(const ChildQuery& query);
+    static void answer(const Grouped& rows, const ChildQuery& query, Group& group);
     bool group(sqlite3* db, const ChildQuery& query, std::size_t columns, Grouped& rows);
+    std::size_t budget_for(bool key) const;
 
     std::unordered_map<std::string, std::unique_ptr<Table>> m_tables;
+    // The same tables by the names as the queries spell them, so that a query of the usual
+    // spelling finds its table without folding case; key: table, NUL, column.
+    std::unordered_map<std::string, Table*> m_spelled;
+    std::string m_key;
     std::size_t m_bytes = 0;
 };
 

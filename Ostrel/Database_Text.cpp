@@ -54,26 +54,6 @@ std::string case_folded(const std::string& text)
     return folded;
 }
 
-namespace {
-
-struct WordChars {
-    bool table[256];
-    WordChars()
-    {
-        for (int c = 0; c < 256; ++c)
-            table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-                       c == '$' || c >= 0x80;
-    }
-};
-
-} // namespace
-
-bool is_word_char(char c)
-{
-    static const WordChars chars;
-    return chars.table[static_cast<unsigned char>(c)];
-}
-
 // A keyword, compared without regard to ASCII case; keyword is in lower case.
 bool is_keyword(const char* word, std::size_t size, const char* keyword)
 {

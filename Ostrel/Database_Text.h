@@ -17,8 +17,27 @@ bool only_trivia(const char* text);
 // ASCII letters in lower case, as SQLite compares names.
 std::string case_folded(const std::string& text);
 
-// Characters of SQL words (identifiers and keywords), bytes of UTF-8 sequences included.
-bool is_word_char(char c);
+// Characters of SQL words (identifiers and keywords), bytes of UTF-8 sequences included. Asked for
+// every character of every statement, so a table made at compile time.
+struct WordChars {
+    bool table[256];
+};
+
+constexpr WordChars make_word_chars()
+{
+    WordChars chars{};
+    for (int c = 0; c < 256; ++c)
+        chars.table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+                         c == '$' || c >= 0x80;
+    return chars;
+}
+
+inline constexpr WordChars kWordChars = make_word_chars();
+
+inline bool is_word_char(char c)
+{
+    return kWordChars.table[static_cast<unsigned char>(c)];
+}
 
 // A keyword, compared without regard to ASCII case; keyword is in lower case.
 bool is_keyword(const char* word, std::size_t size, const char* keyword);

@@ -105,7 +105,7 @@ struct DatabaseEx::Impl {
             return nullptr;
         }
         std::string& key = scratch_key;  // reused: no allocation per statement
-        if (slots == nullptr || !shape_of(sql, key, *slots)) {
+        if (slots == nullptr || !shape_remembered(sql, key, *slots)) {
             if (slots != nullptr)
                 slots->clear();
             key.assign(sql);
@@ -140,6 +140,36 @@ struct DatabaseEx::Impl {
             lru.pop_back();
         }
         return prepared;
+    }
+
+    // The shapes of the last few statements, by their text: a write runs the same text row after
+    // row (rows without a parent, or siblings of one), and comparing it costs less than reading it.
+    struct Shaped {
+        std::string sql;
+        std::string shape;
+        std::vector<Slot> slots;
+    };
+    static const std::size_t kShapesRemembered = 8;
+    Shaped shapes[kShapesRemembered];
+    std::size_t next_shape = 0;
+
+    bool shape_remembered(const char* sql, std::string& shape, std::vector<Slot>& slots)
+    {
+        const std::size_t length = std::strlen(sql);
+        for (const Shaped& known : shapes)
+            if (known.sql.size() == length && !known.shape.empty() && std::memcmp(known.sql.data(), sql, length) == 0) {
+                shape.assign(known.shape);
+                slots.assign(known.slots.begin(), known.slots.end());
+                return true;
+            }
+        if (!shape_of(sql, shape, slots))
+            return false;
+        Shaped& slot = shapes[next_shape];
+        next_shape = (next_shape + 1) % kShapesRemembered;
+        slot.sql.assign(sql, length);
+        slot.shape.assign(shape);
+        slot.slots.assign(slots.begin(), slots.end());
+        return true;
     }
 
     static void done_with(sqlite3_stmt* statement)
@@ -181,17 +211,39 @@ struct DatabaseEx::Impl {
         query_pending = true;
         progress_calls = 0;
         detail::ChildRows::Group group;
-        if (!child_rows.find(db, scratch_query, columns, group))
+        if (!child_rows.find(db, scratch_query, prepared, group))
             return false;
         query_pending = false;
+        rows = copy_group(group, columns, add_cell);
+        return true;
+    }
+
+    // As answer_from_groups, for a table grouped already: no statement is prepared, and the
+    // names of the columns come with the group.
+    template <typename AddCell>
+    bool answer_grouped(const char* sql, const std::vector<std::string>*& names, AddCell add_cell, std::size_t& rows)
+    {
+        if (db == nullptr || child_rows.empty() || sqlite3_get_autocommit(db) != 0 ||
+            !detail::parse_child_query(sql, scratch_query))
+            return false;
+        detail::ChildRows::Group group;
+        if (!child_rows.find_grouped(scratch_query, group, names))
+            return false;
+        rows = copy_group(group, names->size(), add_cell);
+        return true;
+    }
+
+    // Hands the group's cells over, row after row; gives the number of rows.
+    template <typename AddCell>
+    static std::size_t copy_group(const detail::ChildRows::Group& group, std::size_t columns, AddCell add_cell)
+    {
         for (std::size_t row = 0; row < group.size(); ++row)
             for (std::size_t column = 0; column < columns; ++column) {
                 std::size_t size = 0;
                 const char* cell = group.cell(row, column, size);
                 add_cell(cell, size);
             }
-        rows = group.size();
-        return true;
+        return group.size();
     }
 
     void ran_plain()
@@ -557,6 +609,14 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         const std::string key = std::to_string(sqlite3_last_insert_rowid(db.db));
         d.add_cell(key.data(), key.size());
         d.row_count = 1;
+        return true;
+    }
+    const std::vector<std::string>* grouped_names = nullptr;
+    if (db.answer_grouped(sql, grouped_names, [&d](const char* cell, std::size_t size) { d.add_cell(cell, size); },
+                          d.row_count)) {
+        for (std::size_t i = 0; i < grouped_names->size(); ++i)
+            d.set_column_name(i, (*grouped_names)[i].c_str());
+        d.columns = grouped_names->size();
         return true;
     }
     std::vector<Slot>& slots = db.scratch_slots;

@@ -385,13 +385,13 @@ TEST_F(Database, ChildQueriesInATransactionAnswerAsTheirStatements)
     Ostrel::Log::SetSink(nullptr, nullptr);
     Ostrel::Log::SetLevel(level);
 
-    // Grouped: the plain columns, not the key, nor a table with an index.
+    // Grouped: the plain columns and the key (the rowid), not a table with an index.
     std::string groupings;
     for (const std::string& line : log.lines)
         if (line.find("grouped") != std::string::npos)
             groupings += line.substr(0, line.find(':')) + ";";
     EXPECT_EQ(groupings, "[Database] c grouped by parentID;[Database] c grouped by t;[Database] c grouped by b;"
-                         "[Database] c not grouped by id\n;[Database] indexed not grouped by parentID\n;"
+                         "[Database] c grouped by id;[Database] indexed not grouped by parentID\n;"
                          "[Database] c grouped by parentID;");
 }
 

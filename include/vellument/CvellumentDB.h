@@ -9,7 +9,6 @@
 
 class CVellument;
 class CDictionary;
-class CkXml;
 class COXMLDocument;
 namespace Ostrel {
 class DatabaseEx;
@@ -87,14 +86,17 @@ private:
     void _updateTable(const KeyLink& link, int value, int key) const;
     bool _createView(const std::string& form_type, const std::string& filing_year) const;
 
-    int _checkAndInsertVellument(CkXml* xml, const std::string& sql) const;
-    bool _addDictionary(CkXml* parent, int dictionary_id) const;
-    CkXml* _addPackageOrStatus(CkXml* parent, const std::string& sql, const std::string& base_sql,
-                               const std::string& tag, int index) const;
-    bool _addFilingOrCopy(CkXml* parent, const std::string& sql, const std::string& child_sql, const std::string& tag,
-                          const std::string& key_column) const;
-    bool _addFormOrHistory(CkXml* parent, const std::string& sql, const std::string& base_sql,
-                           const std::string& tag) const;
+    // The tree that a read builds, element by element; defined with the reader.
+    struct ReadTree;
+    int _checkAndInsertVellument(ReadTree& tree, const std::string& sql) const;
+    bool _addDictionary(ReadTree& tree, int parent, int dictionary_id) const;
+    // Gives the new element, -1 when a query fails.
+    int _addPackageOrStatus(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                            const char* tag, int index) const;
+    bool _addFilingOrCopy(ReadTree& tree, int parent, const std::string& sql, const std::string& child_sql,
+                          const char* tag, const std::string& key_column) const;
+    bool _addFormOrHistory(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                           const char* tag) const;
 
     void _deleteDictionary(const std::string& sql) const;
     int _deleteRecordAndBase(const std::string& key_column, const std::string& delete_sql,

@@ -1,0 +1,488 @@
+#include <vellument/CvellumentDB.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <vellument/CVellument.h>
+#include <vellument/CkXml.h>
+#include <vellument/Ostrel_Database.h>
+#include <vellument/Ostrel_XML.h>
+
+#include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Build.h"
+#include "Ostrel/XML_WellFormed.h"
+#include "Vellument/CvellumentDB_impl.h"
+#include "Vellument/Vellument_impl.h"
+
+using namespace vellument_db;
+
+namespace {
+
+// A read runs in one transaction, so that the file is locked once rather than per statement, and
+// so that the database layer may answer the queries of child rows from one scan of each table.
+// Ends only what it began.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(Ostrel::DatabaseEx* database)
+        : m_database(database), m_begun(database->BeginTransaction(false))
+    {
+    }
+    ~ReadTransaction()
+    {
+        if (m_begun)
+            m_database->CommitTransaction();
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+    bool begun() const { return m_begun; }
+
+private:
+    Ostrel::DatabaseEx* m_database;
+    bool m_begun;
+};
+
+bool plain_name(const char* name)
+{
+    const unsigned char first = static_cast<unsigned char>(*name);
+    if (first == 0 || first >= 0x80 || !oxml::is_name_start_char(first))
+        return false;
+    for (const char* p = name + 1; *p != '\0'; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c >= 0x80 || !oxml::is_name_char(c))
+            return false;
+    }
+    return true;
+}
+
+bool plain_value(const char* value, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(value[i]);
+        if (c >= 0x80 || !oxml::is_xml_char(c))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+// The document as the rows give it, before it becomes one: its elements in an array, linked in
+// the order of the finished tree, and their attributes' texts in one buffer, each closed by a NUL.
+// A read makes many small elements; this keeps them to a few allocations in all.
+//
+// Most rows hold ASCII names and texts that XML takes as they are ("plain"); such a tree goes
+// straight into the document. Any other text takes the toolkit tree's road, which decides how a
+// name or text that XML can't hold is repaired, so that both roads give the same document.
+struct CvellumentDB::ReadTree {
+    struct Element {
+        const char* tag;
+        int first_child;
+        int last_child;
+        int next;  // sibling
+        int children;
+        std::size_t first_attribute;
+        std::size_t attributes;
+    };
+    struct Attribute {
+        std::uint32_t name;  // in names
+        std::size_t value;   // where its text starts
+    };
+    // The names of a record set's columns, by the place in the reader that copies them: within
+    // the read's transaction a statement's columns stay the same from row to row.
+    struct Columns {
+        int count = -1;
+        std::vector<std::uint32_t> ids;
+    };
+    enum Site {
+        SITE_TRAIL,
+        SITE_PACKAGE,
+        SITE_STATUS,
+        SITE_STATUS_BASE,
+        SITE_FILING,
+        SITE_COPY,
+        SITE_FILING_BASE,
+        SITE_FORM,
+        SITE_HISTORY,
+        SITE_FORM_BASE,
+        SITE_COUNT
+    };
+
+    std::vector<Element> elements;
+    std::vector<Attribute> attributes;
+    std::vector<std::string> names;
+    std::unordered_map<std::string, std::uint32_t> name_ids;
+    std::string text;
+    bool plain = true;
+    bool stable_columns = false;  // set while the read's own transaction is open
+    Columns sites[SITE_COUNT];
+
+    explicit ReadTree(const char* root_tag) { elements.push_back(Element{root_tag, -1, -1, -1, 0, 0, 0}); }
+
+    // A new child where the toolkit's NewChildAfter puts it: after the child at index, or last.
+    int add_child_after(int parent, int index, const char* tag)
+    {
+        const int child = static_cast<int>(elements.size());
+        elements.push_back(Element{tag, -1, -1, -1, 0, 0, 0});
+        Element& p = at(parent);
+        const long long place = static_cast<long long>(index < 0 ? 0 : index) + 1;
+        if (place >= p.children) {
+            if (p.last_child < 0)
+                p.first_child = child;
+            else
+                at(p.last_child).next = child;
+            p.last_child = child;
+        } else {
+            int before = p.first_child;
+            for (long long k = 1; k < place; ++k)
+                before = at(before).next;
+            at(child).next = at(before).next;
+            at(before).next = child;
+        }
+        ++p.children;
+        return child;
+    }
+    int append_child(int parent, const char* tag) { return add_child_after(parent, INT_MAX - 1, tag); }
+
+    std::uint32_t name_id(const std::string& name)
+    {
+        const auto found = name_ids.find(name);
+        if (found != name_ids.end())
+            return found->second;
+        const std::uint32_t id = static_cast<std::uint32_t>(names.size());
+        names.push_back(name);
+        name_ids.emplace(name, id);
+        plain = plain && plain_name(name.c_str());
+        return id;
+    }
+
+    // An element's attributes are added one after the other, before any other element's.
+    void add_attribute(int element, std::uint32_t name, const char* value)
+    {
+        Element& e = at(element);
+        if (e.attributes == 0)
+            e.first_attribute = attributes.size();
+        ++e.attributes;
+        attributes.push_back(Attribute{name, text.size()});
+        const std::size_t size = std::strlen(value);
+        plain = plain && plain_value(value, size);
+        text.append(value, size + 1);
+    }
+
+    // The columns of the present row, from the second, as attributes of the element; the last
+    // `skipped` columns (tableVer and the links) are left out.
+    void copy_attributes(int element, const Ostrel::RecordSet& rows, int skipped, Site site)
+    {
+        Columns& columns = sites[site];
+        const int count = rows.GetFieldCount();
+        if (!stable_columns || columns.count != count) {
+            columns.count = count;
+            columns.ids.clear();
+            for (int i = 0; i < count; ++i)
+                columns.ids.push_back(name_id(rows.GetFieldName(i)));
+        }
+        for (int i = 1; i < count - skipped; ++i)
+            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], rows.GetColumnString(i));
+    }
+
+    COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
+
+private:
+    Element& at(int index) { return elements[static_cast<std::size_t>(index)]; }
+    const Element& at(int index) const { return elements[static_cast<std::size_t>(index)]; }
+
+    COXMLDocument* build_document() const
+    {
+        oxml::TreeBuilder builder;
+        std::string name;
+        std::string value;
+        // (element, its next child still to go); the tree is a few levels deep.
+        std::vector<std::pair<int, int>> open;
+        auto enter = [&](int index) {
+            const Element& e = at(index);
+            builder.open(name.assign(e.tag));
+            for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
+                builder.attribute(name.assign(names[attributes[a].name]),
+                                  value.assign(text.c_str() + attributes[a].value));
+            open.emplace_back(index, e.first_child);
+        };
+        enter(0);
+        while (!open.empty()) {
+            const int child = open.back().second;
+            if (child < 0) {
+                builder.close();
+                open.pop_back();
+            } else {
+                open.back().second = at(child).next;
+                enter(child);
+            }
+        }
+        return builder.finish();
+    }
+
+    COXMLDocument* through_toolkit() const
+    {
+        std::unique_ptr<CkXml> root(new CkXml());
+        root->put_EmitDeclaration(false);
+        root->put_Tag(at(0).tag);
+        if (!fill(root.get(), 0))
+            return nullptr;
+        return COXMLDocument::createNewDocument(root->GetSelf());
+    }
+
+    bool fill(CkXml* node, int index) const
+    {
+        const Element& e = at(index);
+        for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
+            node->AddAttribute(names[attributes[a].name].c_str(), text.c_str() + attributes[a].value);
+        int position = 0;
+        for (int child = e.first_child; child >= 0; child = at(child).next) {
+            std::unique_ptr<CkXml> made(node->NewChildAfter(position++, at(child).tag, ""));
+            if (!made || !fill(made.get(), child))
+                return false;
+        }
+        return true;
+    }
+};
+
+// --- Reading -------------------------------------------------------------------------------------
+
+COXMLDocument* CvellumentDB::readRecords(const CVellument* vellument, Ostrel::DatabaseEx* database) const
+{
+    if (vellument == nullptr)
+        return nullptr;
+    return _readRecords(*vellument->m_impl, database);
+}
+
+COXMLDocument* CvellumentDB::readRecords(const CVellument* vellument, const std::string& path,
+                                         const std::string& password) const
+{
+    if (!setDatabase(path, password)) {
+        VLOG(1, "[CvellumentDB] Error setting database\n");
+        return nullptr;
+    }
+    return readRecords(vellument, nullptr);
+}
+
+int CvellumentDB::_checkAndInsertVellument(ReadTree& tree, const std::string& sql) const
+{
+    Ostrel::DatabaseEx* database = getDatabase();
+    Ostrel::RecordSet rows;
+    if (!rows.Open(sql.c_str(), database)) {
+        VLOG(1, "[CvellumentDB] Error, vellument with specified year and type does not exist\n");
+        return -1;
+    }
+    const int vellument_id = as_number(rows.GetFieldValue(0));
+    rows.Close();
+
+    if (!rows.Open(format("SELECT * FROM VLMauditTrail WHERE parentID = %d", vellument_id).c_str(), database)) {
+        VLOG(1, "[CvellumentDB] Error selecting all from vellument where parentID = %d\n", vellument_id);
+        return -1;
+    }
+    const int trail_id = as_number(rows.GetFieldValue(0));
+    tree.copy_attributes(0, rows, 3, ReadTree::SITE_TRAIL);
+    if (!_addDictionary(tree, 0, as_number(rows.GetFieldValue(std::string("dictionaryID"))))) {
+        VLOG(1, "[CvellumentDB] Error adding dictionary to audit trail\n");
+        return -1;
+    }
+    rows.Close();
+    return trail_id;
+}
+
+bool CvellumentDB::_addDictionary(ReadTree& tree, int parent, int dictionary_id) const
+{
+    Ostrel::RecordSet rows;
+    if (!rows.Open(format("SELECT * FROM VLMdictionaryEntry WHERE parentID = %d", dictionary_id).c_str(),
+                   getDatabase()))
+        return false;
+    if (rows.GetRecordCount() == 0) {
+        VLOG(3, "[CvellumenDB] No dictionary entries found\n");
+        return true;
+    }
+    const int dictionary = tree.append_child(parent, "Dictionary");
+    for (rows.MoveFirst(); !rows.IsEOF(); rows.MoveNext())
+        tree.add_attribute(dictionary, tree.name_id(rows.GetColumnString(1)), rows.GetColumnString(2));
+    rows.Close();
+    return true;
+}
+
+int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                                      const char* tag, int index) const
+{
+    Ostrel::DatabaseEx* database = getDatabase();
+    Ostrel::RecordSet rows;
+    if (!rows.Open(sql.c_str(), database)) {
+        VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+        return -1;
+    }
+    const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
+    const int element = tree.add_child_after(parent, index, tag);
+    const bool package = std::strcmp(tag, "Package") == 0;
+    tree.copy_attributes(element, rows, 3, package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS);
+    rows.Close();
+
+    if (!rows.Open(with_key(base_sql, base_id).c_str(), database)) {
+        VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+        return -1;
+    }
+    tree.copy_attributes(element, rows, 1, ReadTree::SITE_STATUS_BASE);
+    rows.Close();
+    return element;
+}
+
+bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::string& sql, const std::string& child_sql,
+                                    const char* tag, const std::string& key_column) const
+{
+    Ostrel::DatabaseEx* database = getDatabase();
+    Ostrel::RecordSet rows;
+    if (!rows.Open(sql.c_str(), database)) {
+        VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+        return false;
+    }
+    const bool copy = std::strcmp(tag, "Copy") == 0;
+    const char* child_tag = copy ? "History" : "Form";
+    static const std::string base_sql = "SELECT * FROM VLMfilingBase WHERE filingBaseID = %d";
+    const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
+    std::string statement;   // likewise
+    for (int i = 0; i < count; ++i) {
+        const int element = tree.add_child_after(parent, i, tag);
+        const int key = as_number(rows.GetFieldValue(key_column));
+        tree.copy_attributes(element, rows, 3, copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING);
+
+        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
+        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+            VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+            return false;
+        }
+        tree.copy_attributes(element, base, 1, ReadTree::SITE_FILING_BASE);
+        base.Close();
+
+        if (!_addFormOrHistory(tree, element, with_key(child_sql, key),
+                               "SELECT * FROM VLMformBase WHERE formBaseID = %d", child_tag))
+            return false;
+        rows.MoveNext();
+    }
+    rows.Close();
+    return true;
+}
+
+bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::string& sql, const std::string& base_sql,
+                                     const char* tag) const
+{
+    Ostrel::DatabaseEx* database = getDatabase();
+    Ostrel::RecordSet rows;
+    if (!rows.Open(sql.c_str(), database)) {
+        VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+        return false;
+    }
+    const ReadTree::Site site = std::strcmp(tag, "History") == 0 ? ReadTree::SITE_HISTORY : ReadTree::SITE_FORM;
+    const int count = rows.GetRecordCount();
+    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
+    std::string statement;   // likewise
+    for (int i = 0; i < count; ++i) {
+        const int element = tree.add_child_after(parent, i, tag);
+        tree.copy_attributes(element, rows, 3, site);
+        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
+        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+            VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
+            return false;
+        }
+        tree.copy_attributes(element, base, 1, ReadTree::SITE_FORM_BASE);
+        base.Close();
+        rows.MoveNext();
+    }
+    rows.Close();
+    return true;
+}
+
+COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* given) const
+{
+    if (given != nullptr && !setDatabase(given)) {
+        VLOG(1, "[CvellumentDB] Error setting database\n");
+        return nullptr;
+    }
+    Ostrel::DatabaseEx* database = getDatabase();
+    if (database == nullptr || !database->GetOpen() || !_checkTablesExist()) {
+        VLOG(1, "[CvellumentDB] Error checking tables %s\n",
+             database != nullptr ? database->GetFilePath().c_str() : "");
+        return nullptr;
+    }
+
+    const Identity id = identity_of(vellument);
+    if (id.form_type.empty()) {
+        VLOG(3, "[CvellumentDB] Invalid form type returning false");
+        return nullptr;
+    }
+    if (!year_is_number(id.year)) {
+        VLOG(1, "[CvellumentDB] Error, vellument with specified year and type does not exist\n");
+        VLOG(1, "[CvellumentDB] Error from ReadRecords returning false\n");
+        return nullptr;
+    }
+
+    const ReadTransaction read_transaction(database);
+    ReadTree tree("AuditTrail");
+    tree.stable_columns = read_transaction.begun();
+    const int trail_id = _checkAndInsertVellument(
+        tree,
+        format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "
+               "'%s';",
+               id.form_type.c_str(), id.year.c_str(), id.extension.c_str()));
+    if (trail_id < 1) {
+        VLOG(1, "[CvellumentDB] Error from ReadRecords returning false\n");
+        return nullptr;
+    }
+
+    Ostrel::RecordSet transactions;
+    if (!transactions.Open(format("SELECT * FROM VLMtransaction WHERE parentID = %d", trail_id).c_str(), database)) {
+        VLOG(1, "Error opening vellument %s", vellument.vellument_name.c_str());
+        return nullptr;
+    }
+    const int count = transactions.GetRecordCount();
+    const std::uint32_t action = transactions.GetFieldCount() > 1 ? tree.name_id(transactions.GetFieldName(1)) : 0;
+    for (int i = 0; i < count; ++i) {
+        const int transaction = tree.add_child_after(0, i, "Transaction");
+        if (transactions.GetFieldCount() > 1)
+            tree.add_attribute(transaction, action, transactions.GetColumnString(1));
+        const int package_id = as_number(transactions.GetFieldValue(std::string("packageID")));
+        const int status_id = as_number(transactions.GetFieldValue(std::string("statusID")));
+        const int dictionary_id = as_number(transactions.GetFieldValue(std::string("dictionaryID")));
+
+        if (!_addDictionary(tree, transaction, dictionary_id)) {
+            VLOG(1, "[CvellumentDB] Error adding dictionary to transaction\n");
+            return nullptr;
+        }
+
+        // The package and status rows are asked for by their own keys, which run in step with
+        // the transaction's.
+        const int package = _addPackageOrStatus(tree, transaction,
+                                                format("SELECT * FROM VLMpackage WHERE parentID = %d", package_id),
+                                                "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Package", i);
+        if (package < 0 ||
+            !_addFilingOrCopy(tree, package, format("SELECT * FROM VLMfiling WHERE parentID = %d", package_id),
+                              "SELECT * FROM VLMform WHERE parentID = %d", "Filing", "filingID")) {
+            VLOG(1, "[CvellumentDB] Error selecting from filing\n");
+            return nullptr;
+        }
+
+        const int status = _addPackageOrStatus(tree, transaction,
+                                               format("SELECT * FROM VLMstatus WHERE parentID = %d", status_id),
+                                               "SELECT * FROM VLMstatusBase WHERE statusBaseID = %d", "Status", i);
+        if (status < 0 ||
+            !_addFilingOrCopy(tree, status, format("SELECT * FROM VLMcopy WHERE parentID = %d", status_id),
+                              "SELECT * FROM VLMhistory WHERE parentID = %d", "Copy", "copyID")) {
+            VLOG(1, "[CvellumentDB] Error selecting from copy\n");
+            return nullptr;
+        }
+        transactions.MoveNext();
+    }
+    transactions.Close();
+
+    return tree.to_document();
+}
