@@ -18,6 +18,7 @@
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "log_capture.h"
 #include "test_util.h"
 
 namespace vlmtest {
@@ -135,37 +136,6 @@ private:
         static_cast<MessageBoxSpy*>(context)->texts.push_back(text != nullptr ? text : "");
         return Ostrel::Log::BUTTON_OK;
     }
-};
-
-// Collects the log lines of its lifetime.
-class LogCapture {
-public:
-    LogCapture()
-    {
-        level_ = Ostrel::Log::GetLevel();
-        Ostrel::Log::SetLevel(4);
-        Ostrel::Log::SetSink(&LogCapture::sink, this);
-    }
-    ~LogCapture()
-    {
-        Ostrel::Log::SetSink(nullptr, nullptr);
-        Ostrel::Log::SetLevel(level_);
-    }
-    bool contains(const std::string& text) const
-    {
-        for (const std::string& line : lines)
-            if (line.find(text) != std::string::npos)
-                return true;
-        return false;
-    }
-    std::vector<std::string> lines;
-
-private:
-    static void sink(void* context, Ostrel::Log::Level, const char*, int, const char*, const char* text)
-    {
-        static_cast<LogCapture*>(context)->lines.push_back(text != nullptr ? text : "");
-    }
-    int level_;
 };
 
 // Hand-written documents, independent of the library's writer.

@@ -461,10 +461,10 @@ TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
                                                    "[CvellumentDB] Error executing select statement\n",
                                                    "[CvellumentDB] Error inserting into Vellument table\n",
                                                    "[CvellumentDB] Error writing records\n"}));
-    log.lines.clear();
+    log.clear();
     EXPECT_EQ(mapper.readRecords(empty.get(), db_path, ""), nullptr);
     EXPECT_TRUE(log.contains("[CvellumentDB] Error, vellument with specified year and type does not exist\n"));
-    log.lines.clear();
+    log.clear();
     EXPECT_TRUE(mapper.DeleteRecords(empty.get(), db_path, ""));
     EXPECT_TRUE(log.contains("[CvellumentDB] Error executing select statement\n"));
     EXPECT_EQ(dump_tables(db_path), before);
