@@ -407,29 +407,6 @@ TEST_F(FilingTest, FilingWriterAndReaderDiffer)
     EXPECT_STREQ(from_old.create_xml_node(doc.get())->getAttribute("Type"), "Unknown");
 }
 
-TEST_F(FilingTest, DatesInTheDocument)
-{
-    std::unique_ptr<COXMLDocument> doc(COXMLDocument::createDocument());
-
-    // A zero date leaves no attribute, yet the attribute list holds it.
-    CCopy zero;
-    EXPECT_FALSE(has_attribute(zero.create_xml_node(doc.get()), "Date"));
-    EXPECT_EQ(zero.getAndFillMapBase()[0].attributeValue, "12/30/1899 00:00:00");
-
-    // An invalid date with a day count is written as such and reads back as invalid zero, which
-    // from then on is left out.
-    CCopy broken;
-    broken.set_date(CDateTime(-1.0, CDateTime::invalid));
-    COXMLNode* node = broken.create_xml_node(doc.get());
-    EXPECT_STREQ(node->getAttribute("Date"), "Invalid DateTime");
-    doc->appendChild(node, true);
-    CCopy read(doc->getDocumentElement());
-    EXPECT_EQ(read.get_date().get_days(), 0.0);
-    EXPECT_EQ(read.get_date().get_status(), CDateTime::invalid);
-    EXPECT_EQ(read.getAndFillMapBase()[0].attributeValue, "Invalid DateTime");
-    EXPECT_FALSE(has_attribute(read.create_xml_node(doc.get()), "Date"));
-}
-
 TEST_F(FilingTest, CopyDocumentForm)
 {
     CCopy copy;

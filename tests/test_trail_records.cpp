@@ -502,19 +502,6 @@ TEST(Transaction, TakesOverTheStatusItIsGiven)
     EXPECT_NE(nullptr, from_null.get_status());
 }
 
-TEST(Transaction, ActionTextAndAttributeList)
-{
-    CTransaction transaction;
-    transaction.set_action(ACTION_SERVER_DOWNLOAD);
-    transaction.set_number(5);
-    attributeDicList list = transaction.getAndFillMap();
-    ASSERT_EQ(2u, list.size());
-    EXPECT_EQ("Action", list[0].attributeName);
-    EXPECT_EQ("Server Download", list[0].attributeValue);
-    EXPECT_EQ("Number", list[1].attributeName);
-    EXPECT_EQ("5", list[1].attributeValue);
-}
-
 TEST(Transaction, MissingPartsReadAsEmptyOnes)
 {
     // Not a document the library writes, but a hostile file must not leave a hole.
