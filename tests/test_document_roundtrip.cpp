@@ -312,25 +312,6 @@ TEST_F(DocumentRoundTrip, SecondWriteEqualsTheFirstByteForByte)
 
 class FormatDifference : public CompanyDir {};
 
-TEST_F(FormatDifference, CompletionIsWrittenButNeverRead)
-{
-    CTransaction transaction;
-    CFiling* filing = new CFiling();
-    CForm* form = new CForm();
-    ASSERT_EQ(FORM_COMPLETION_REPLACE, form->get_completion());
-    filing->add_form(form);
-    transaction.get_package()->add_filing(filing);
-
-    Written once(transaction);
-    ASSERT_NE(nullptr, once.element("Form"));
-    EXPECT_STREQ("Replace", once.element("Form")->getAttribute("Completion"));
-    std::unique_ptr<CTransaction> back = once.read_back();
-    CForm* read = back->get_package()->get_filing_at(0)->get_form_at(0);
-    EXPECT_EQ(FORM_COMPLETION_APPEND, read->get_completion());
-    Written twice(*back);
-    EXPECT_STREQ("Append", twice.element("Form")->getAttribute("Completion"));
-}
-
 TEST_F(FormatDifference, Ew2EmployeeCountIsReadButNeverWritten)
 {
     CTransaction transaction;
