@@ -45,6 +45,11 @@ inline std::string upper(std::string text)
     return text;
 }
 
+// The vellument of the tests' company, in the Histories folder, as the library names it and as
+// it lies on disk.
+const char kName[] = "Histories\\Vellument_W2_2021.VLM";
+const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
+
 // <tmp>/Co with Histories and Drafts, in mixed case on disk.
 class Company {
 public:
@@ -81,6 +86,16 @@ public:
     }
 
     void write(const std::string& relative, const std::string& bytes) const { testutil::write_file(disk(relative), bytes); }
+    // Writes a vellument (relative in Windows form) and records it as the library's last save.
+    void write_saved(const std::string& bytes, const std::string& relative = kName) const
+    {
+        std::string on_disk = relative;
+        for (char& c : on_disk)
+            if (c == '\\')
+                c = '/';
+        write(on_disk, bytes);
+        record_hash(relative);
+    }
     // Files the library makes carry its upper-cased names: look them up as Windows would.
     std::string read(const std::string& relative) const { return testutil::read_file(resolve(relative)); }
     bool exists(const std::string& relative) const { return std::filesystem::exists(resolve(relative)); }
@@ -154,11 +169,6 @@ inline std::string transaction(const std::string& action, const std::string& sta
     text += "<Package>" + package_body + "</Package><Status>" + status_body + "</Status></Transaction>";
     return text;
 }
-
-// The vellument of the tests' company, in the Histories folder, as the library names it and as
-// it lies on disk.
-const char kName[] = "Histories\\Vellument_W2_2021.VLM";
-const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
 
 // The actions of the trail, oldest first.
 inline std::vector<Vellument::ActionType> actions(const CVellument& v)

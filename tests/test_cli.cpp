@@ -369,8 +369,7 @@ TEST_F(Cli, SyncAndCheckServerFollowTheFilingService)
                                "<Copy Type=\"State\" Identifier=\"MN\" Efiled=\"true\"/>"
                                "<Copy Type=\"Employer\" Identifier=\"FE\" Printed=\"true\"/>";
     const std::string root = "FormType=\"W-2_SSA\" FilingYear=\"2021\" FilingEIN=\"12-3456789\"";
-    co.write(kDisk, trail(root, transaction("Filing") + transaction("None", status)));
-    co.record_hash(kName);
+    co.write_saved(trail(root, transaction("Filing") + transaction("None", status)));
     {
         CVellument v;
         v.open(co.win(kName).c_str(), "", "", "", false, false);
