@@ -18,6 +18,7 @@
 #include <vellument/Ostrel_IniFile.h>
 #include <vellument/Ostrel_Log.h>
 
+#include "log_capture.h"
 #include "test_util.h"
 
 namespace vlmtest {
@@ -43,6 +44,11 @@ inline std::string upper(std::string text)
             c = static_cast<char>(c - 'a' + 'A');
     return text;
 }
+
+// The vellument of the tests' company, in the Histories folder, as the library names it and as
+// it lies on disk.
+const char kName[] = "Histories\\Vellument_W2_2021.VLM";
+const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
 
 // <tmp>/Co with Histories and Drafts, in mixed case on disk.
 class Company {
@@ -80,6 +86,16 @@ public:
     }
 
     void write(const std::string& relative, const std::string& bytes) const { testutil::write_file(disk(relative), bytes); }
+    // Writes a vellument (relative in Windows form) and records it as the library's last save.
+    void write_saved(const std::string& bytes, const std::string& relative = kName) const
+    {
+        std::string on_disk = relative;
+        for (char& c : on_disk)
+            if (c == '\\')
+                c = '/';
+        write(on_disk, bytes);
+        record_hash(relative);
+    }
     // Files the library makes carry its upper-cased names: look them up as Windows would.
     std::string read(const std::string& relative) const { return testutil::read_file(resolve(relative)); }
     bool exists(const std::string& relative) const { return std::filesystem::exists(resolve(relative)); }
@@ -137,37 +153,6 @@ private:
     }
 };
 
-// Collects the log lines of its lifetime.
-class LogCapture {
-public:
-    LogCapture()
-    {
-        level_ = Ostrel::Log::GetLevel();
-        Ostrel::Log::SetLevel(4);
-        Ostrel::Log::SetSink(&LogCapture::sink, this);
-    }
-    ~LogCapture()
-    {
-        Ostrel::Log::SetSink(nullptr, nullptr);
-        Ostrel::Log::SetLevel(level_);
-    }
-    bool contains(const std::string& text) const
-    {
-        for (const std::string& line : lines)
-            if (line.find(text) != std::string::npos)
-                return true;
-        return false;
-    }
-    std::vector<std::string> lines;
-
-private:
-    static void sink(void* context, Ostrel::Log::Level, const char*, int, const char*, const char* text)
-    {
-        static_cast<LogCapture*>(context)->lines.push_back(text != nullptr ? text : "");
-    }
-    int level_;
-};
-
 // Hand-written documents, independent of the library's writer.
 inline std::string trail(const std::string& root_attributes, const std::string& body)
 {
@@ -184,11 +169,6 @@ inline std::string transaction(const std::string& action, const std::string& sta
     text += "<Package>" + package_body + "</Package><Status>" + status_body + "</Status></Transaction>";
     return text;
 }
-
-// The vellument of the tests' company, in the Histories folder, as the library names it and as
-// it lies on disk.
-const char kName[] = "Histories\\Vellument_W2_2021.VLM";
-const char kDisk[] = "Histories/Vellument_W2_2021.VLM";
 
 // The actions of the trail, oldest first.
 inline std::vector<Vellument::ActionType> actions(const CVellument& v)

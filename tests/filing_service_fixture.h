@@ -36,6 +36,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -141,17 +142,26 @@ public:
     }
 
     // Runs the program with exactly these arguments (bounded), capturing its output.
-    Result run(const std::vector<std::string>& args) const
+    Result run(const std::vector<std::string>& args) const { return run_program(program(), args); }
+
+    // Runs any program to its end (bounded), stdin /dev/null, with the environment's entries added.
+    static Result run_program(const std::string& path, const std::vector<std::string>& args,
+                              const std::map<std::string, std::string>& env = {})
     {
-        const std::string out_path = base_ + "/admin.out", err_path = base_ + "/admin.err";
+        char capture[] = "/tmp/vlm-run-XXXXXX";
+        if (mkdtemp(capture) == nullptr)
+            throw std::runtime_error("mkdtemp failed");
+        const std::string out_path = std::string(capture) + "/out", err_path = std::string(capture) + "/err";
         const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const pid_t child = spawn(args, out, err_path, false);
+        const pid_t child = spawn(args, out, err_path, false, path.c_str(), env);
         close(out);
-        const int status = reap(child, std::chrono::seconds(60));
+        const int status = reap(child, std::chrono::seconds(120));
         Result r;
         r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         r.out = read_file(out_path);
         r.err = read_file(err_path);
+        std::error_code ec;
+        std::filesystem::remove_all(capture, ec);
         return r;
     }
 
@@ -171,11 +181,13 @@ private:
         return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
 
-    // Starts the program with stdout on out_fd and stderr into err_path (appended when `append`).
-    static pid_t spawn(const std::vector<std::string>& args, int out_fd, const std::string& err_path, bool append)
+    // Starts the program with stdout on out_fd and stderr into err_path (appended when `append`),
+    // the environment's entries added.
+    static pid_t spawn(const std::vector<std::string>& args, int out_fd, const std::string& err_path, bool append,
+                       const char* path = program(), const std::map<std::string, std::string>& env = {})
     {
         std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(program()));
+        argv.push_back(const_cast<char*>(path));
         for (const std::string& a : args)
             argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
@@ -192,6 +204,8 @@ private:
             dup2(in, 0);
             dup2(out_fd, 1);
             dup2(err, 2);
+            for (const auto& entry : env)
+                setenv(entry.first.c_str(), entry.second.c_str(), 1);
             execv(argv[0], argv.data());
             _exit(127);
         }

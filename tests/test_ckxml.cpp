@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <vellument/CkXml.h>
@@ -530,48 +530,35 @@ void expectSameTree(COXMLNode* a, COXMLNode* b)
 
 TEST(CkXmlDocument, BuiltTreeAnswersLikeTheLoadedFile)
 {
-    // The tree as the database reader makes it: handles per element, deleted as it goes.
+    // The tree as the database reader makes it: handles per element, deleted as it goes. An
+    // element goes after the index given, or at the end for -1.
+    const auto add = [](CkXml* parent, int after, const char* tag,
+                        std::vector<std::pair<const char*, const char*>> attributes) {
+        CkXml* child = after < 0 ? parent->NewChild(tag, "") : parent->NewChildAfter(after, tag, "");
+        for (const auto& a : attributes)
+            child->AddAttribute(a.first, a.second);
+        return std::unique_ptr<CkXml>(child);
+    };
     CkXml* root = new CkXml;
     root->put_EmitDeclaration(false);
     root->put_Tag("AuditTrail");
     root->AddAttribute("FormType", "W2");
     root->AddAttribute("Year", "2024");
+    add(root, -1, "Dictionary", {{"a", "1"}, {"b", "x & <y> \"q\" \xE9"}});
     {
-        std::unique_ptr<CkXml> d(root->NewChild("Dictionary", ""));
-        d->AddAttribute("a", "1");
-        d->AddAttribute("b", "x & <y> \"q\" \xE9");
+        auto t = add(root, 1, "Transaction", {{"Action", "Prepared"}});
+        auto f = add(add(t.get(), 0, "Package", {{"P", "1"}}).get(), -1, "Filing", {{"F", "1"}});
+        add(f.get(), -1, "Form", {{"N", "1"}});
+        add(f.get(), -1, "Form", {{"N", "2"}});
+        auto s = add(t.get(), 1, "Status", {{"S", "1"}});
+        add(add(s.get(), -1, "Copy", {{"CopyType", "FED"}}).get(), -1, "History", {{"H", "1"}});
+        add(s.get(), -1, "Copy", {{"CopyType", "STATE"}});
     }
-    const char* actions[] = {"Prepared", "Printed"};
-    for (int i = 0; i < 2; ++i) {
-        std::unique_ptr<CkXml> t(root->NewChildAfter(i + 1, "Transaction", ""));
-        t->AddAttribute("Action", actions[i]);
-        if (i == 0) {
-            std::unique_ptr<CkXml> p(t->NewChildAfter(0, "Package", ""));
-            p->AddAttribute("P", "1");
-            std::unique_ptr<CkXml> f(p->NewChild("Filing", ""));
-            f->AddAttribute("F", "1");
-            for (const char* n : {"1", "2"}) {
-                std::unique_ptr<CkXml> form(f->NewChild("Form", ""));
-                form->AddAttribute("N", n);
-            }
-        }
-        std::unique_ptr<CkXml> s(t->NewChildAfter(1, "Status", ""));
-        s->AddAttribute("S", i == 0 ? "1" : "2");
-        if (i == 0) {
-            std::unique_ptr<CkXml> c1(s->NewChild("Copy", ""));
-            c1->AddAttribute("CopyType", "FED");
-            std::unique_ptr<CkXml> h(c1->NewChild("History", ""));
-            h->AddAttribute("H", "1");
-            std::unique_ptr<CkXml> c2(s->NewChild("Copy", ""));
-            c2->AddAttribute("CopyType", "STATE");
-        } else {
-            std::unique_ptr<CkXml> c(s->NewChild("Copy", ""));
-            c->AddAttribute("CopyType", "EMP");
-            for (const char* n : {"2", "3"}) {
-                std::unique_ptr<CkXml> h(c->NewChild("History", ""));
-                h->AddAttribute("H", n);
-            }
-        }
+    {
+        auto t = add(root, 2, "Transaction", {{"Action", "Printed"}});
+        auto c = add(add(t.get(), 1, "Status", {{"S", "2"}}).get(), -1, "Copy", {{"CopyType", "EMP"}});
+        add(c.get(), -1, "History", {{"H", "2"}});
+        add(c.get(), -1, "History", {{"H", "3"}});
     }
     CkXml* handle = root->GetSelf();
     delete root;

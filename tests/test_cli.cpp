@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <map>
 #include <string>
@@ -29,45 +25,7 @@ using nlohmann::json;
 
 namespace {
 
-struct Result {
-    int code = -1;
-    std::string out;
-    std::string err;
-};
-
-// Runs a program with the arguments and extra environment; stdin is /dev/null, so no prompt.
-Result run_program(const std::string& program, const std::vector<std::string>& args,
-                   const std::map<std::string, std::string>& env = {})
-{
-    testutil::TempDir capture;
-    const std::string out_path = capture.file("out");
-    const std::string err_path = capture.file("err");
-    const pid_t child = fork();
-    if (child == 0) {
-        const int in = open("/dev/null", O_RDONLY);
-        const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
-        for (const auto& entry : env)
-            setenv(entry.first.c_str(), entry.second.c_str(), 1);
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(program.c_str()));
-        for (const std::string& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    Result result;
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    result.out = testutil::read_file(out_path);
-    result.err = testutil::read_file(err_path);
-    return result;
-}
+using Result = FilingService::Result;
 
 // Runs the built tool.
 Result run(const std::vector<std::string>& args, const std::map<std::string, std::string>& env = {})
@@ -77,7 +35,7 @@ Result run(const std::vector<std::string>& args, const std::map<std::string, std
     (void)env;
     return Result{};
 #else
-    return run_program(VELLUMENT_CLI_PATH, args, env);
+    return FilingService::run_program(VELLUMENT_CLI_PATH, args, env);
 #endif
 }
 
@@ -383,7 +341,7 @@ TEST_F(Cli, DemoWalksTheWholeRoadAgainstAFilingService)
     // Without the service program beside it or in the build tree, the demo says so and makes nothing.
     testutil::TempDir elsewhere;
     std::filesystem::copy_file(VELLUMENT_CLI_PATH, elsewhere.file("vellument"));
-    const Result alone = run_program(elsewhere.file("vellument"), {"demo", co.disk("Other")});
+    const Result alone = FilingService::run_program(elsewhere.file("vellument"), {"demo", co.disk("Other")});
     expect_refused(alone, 1, "vellument-filing-service was not found");
     EXPECT_FALSE(std::filesystem::exists(co.disk("Other")));
 #endif
@@ -411,8 +369,7 @@ TEST_F(Cli, SyncAndCheckServerFollowTheFilingService)
                                "<Copy Type=\"State\" Identifier=\"MN\" Efiled=\"true\"/>"
                                "<Copy Type=\"Employer\" Identifier=\"FE\" Printed=\"true\"/>";
     const std::string root = "FormType=\"W-2_SSA\" FilingYear=\"2021\" FilingEIN=\"12-3456789\"";
-    co.write(kDisk, trail(root, transaction("Filing") + transaction("None", status)));
-    co.record_hash(kName);
+    co.write_saved(trail(root, transaction("Filing") + transaction("None", status)));
     {
         CVellument v;
         v.open(co.win(kName).c_str(), "", "", "", false, false);

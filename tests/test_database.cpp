@@ -11,8 +11,8 @@
 #include <vector>
 
 #include <vellument/Ostrel_Database.h>
-#include <vellument/Ostrel_Log.h>
 
+#include "log_capture.h"
 #include "test_util.h"
 
 using Ostrel::DatabaseEx;
@@ -363,16 +363,7 @@ TEST_F(Database, ChildQueriesInATransactionAnswerAsTheirStatements)
     for (const std::string& sql : queries)
         alone.push_back(answer(sql));
 
-    struct Capture {
-        std::vector<std::string> lines;
-        static void sink(void* self, Ostrel::Log::Level, const char*, int, const char*, const char* text)
-        {
-            static_cast<Capture*>(self)->lines.push_back(text);
-        }
-    } log;
-    const int level = Ostrel::Log::GetLevel();
-    Ostrel::Log::SetLevel(4);
-    Ostrel::Log::SetSink(&Capture::sink, &log);
+    vlmtest::LogCapture log;
     ASSERT_TRUE(db.BeginTransaction(false));
     for (int round = 0; round < 2; ++round)
         for (std::size_t i = 0; i < queries.size(); ++i)
@@ -382,8 +373,6 @@ TEST_F(Database, ChildQueriesInATransactionAnswerAsTheirStatements)
     for (int round = 0; round < 2; ++round)
         EXPECT_NE(answer(queries[0]).find("\nnew\n3"), std::string::npos);
     ASSERT_TRUE(db.CommitTransaction());
-    Ostrel::Log::SetSink(nullptr, nullptr);
-    Ostrel::Log::SetLevel(level);
 
     // Grouped: the plain columns and the key (the rowid), not a table with an index.
     std::string groupings;

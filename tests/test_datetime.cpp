@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <vellument/DateTime.h>
 
@@ -59,48 +60,45 @@ TEST(DateTime, StatusDecidesTheText)
     EXPECT_THROW(CDateTime(0.0, CDateTime::null).format(nullptr), std::invalid_argument);
 }
 
-TEST(DateTime, KnownValues)
+// Day counts and their stored text: 1900 is no leap year, negative counts run the time of day
+// forward, everything rounds to the nearest second, and the range is the years 100 to 9999.
+TEST(DateTime, StoredTextOfDayCounts)
 {
-    EXPECT_EQ(stored(45306.0 + 47109.0 / 86400.0), "01/15/2024 13:05:09");
-    EXPECT_EQ(stored(1.0), "12/31/1899 00:00:00");
-    EXPECT_EQ(stored(2.0), "01/01/1900 00:00:00");
-    EXPECT_EQ(stored(60.0), "02/28/1900 00:00:00");  // 1900 is no leap year
-    EXPECT_EQ(stored(36585.0), "02/29/2000 00:00:00");
-}
-
-TEST(DateTime, NegativeCountsRunTheTimeForward)
-{
-    EXPECT_EQ(stored(-1.25), "12/29/1899 06:00:00");
-    EXPECT_EQ(stored(-1.75), "12/29/1899 18:00:00");
-    EXPECT_EQ(stored(-0.5), "12/30/1899 12:00:00");
-    EXPECT_EQ(stored(-2.5), "12/28/1899 12:00:00");
-    EXPECT_EQ(stored(-36522.0), "01/01/1800 00:00:00");
+    const std::pair<double, const char*> rows[] = {
+        {45306.0 + 47109.0 / 86400.0, "01/15/2024 13:05:09"},
+        {1.0, "12/31/1899 00:00:00"},
+        {2.0, "01/01/1900 00:00:00"},
+        {60.0, "02/28/1900 00:00:00"},
+        {36585.0, "02/29/2000 00:00:00"},
+        {-1.25, "12/29/1899 06:00:00"},
+        {-1.75, "12/29/1899 18:00:00"},
+        {-0.5, "12/30/1899 12:00:00"},
+        {-2.5, "12/28/1899 12:00:00"},
+        {-36522.0, "01/01/1800 00:00:00"},
+        {0.99999999, "12/31/1899 00:00:00"},
+        {-0.99999999, "12/31/1899 00:00:00"},
+        {1.4 / 86400.0, "12/30/1899 00:00:01"},
+        {1.6 / 86400.0, "12/30/1899 00:00:02"},
+        {-1.0 - 0.4 / 86400.0, "12/29/1899 00:00:00"},
+        {-657434.0, "01/01/100 00:00:00"},
+        {-657434.5, "01/01/100 12:00:00"},
+        {2958465.0, "12/31/9999 00:00:00"},
+        {2958465.0 + 86399.0 / 86400.0, "12/31/9999 23:59:59"},
+        {-657435.0, "Invalid DateTime"},
+        {-657435.5, "Invalid DateTime"},
+        {2958466.0, "Invalid DateTime"},
+        {2958465.999999999, "Invalid DateTime"},
+        {1e300, "Invalid DateTime"},
+        {-1e300, "Invalid DateTime"},
+        {std::numeric_limits<double>::quiet_NaN(), "Invalid DateTime"},
+        {std::numeric_limits<double>::infinity(), "Invalid DateTime"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(stored(row.first), row.second) << row.first;
 
     EXPECT_EQ(parsed("12/29/1899 06:00:00"), -1.25);
     EXPECT_EQ(parsed("12/28/1899 12:00"), -2.5);
     EXPECT_EQ(parsed("12/30/1899 12:00:00"), 0.5);
-}
-
-TEST(DateTime, RoundsToTheNearestSecond)
-{
-    EXPECT_EQ(stored(0.99999999), "12/31/1899 00:00:00");
-    EXPECT_EQ(stored(-0.99999999), "12/31/1899 00:00:00");
-    EXPECT_EQ(stored(1.4 / 86400.0), "12/30/1899 00:00:01");
-    EXPECT_EQ(stored(1.6 / 86400.0), "12/30/1899 00:00:02");
-    EXPECT_EQ(stored(-1.0 - 0.4 / 86400.0), "12/29/1899 00:00:00");
-}
-
-TEST(DateTime, RangeIsTheYears100To9999)
-{
-    EXPECT_EQ(stored(-657434.0), "01/01/100 00:00:00");
-    EXPECT_EQ(stored(-657434.5), "01/01/100 12:00:00");
-    EXPECT_EQ(stored(2958465.0), "12/31/9999 00:00:00");
-    EXPECT_EQ(stored(2958465.0 + 86399.0 / 86400.0), "12/31/9999 23:59:59");
-    for (double days : {-657435.0, -657435.5, 2958466.0, 2958465.999999999, 1e300, -1e300})
-        EXPECT_EQ(stored(days), "Invalid DateTime") << days;
-    EXPECT_EQ(stored(std::numeric_limits<double>::quiet_NaN()), "Invalid DateTime");
-    EXPECT_EQ(stored(std::numeric_limits<double>::infinity()), "Invalid DateTime");
-
     EXPECT_EQ(parsed("01/01/100"), -657434.0);
     EXPECT_EQ(parsed("12/31/9999 23:59:59"), 2958465.0 + 86399.0 / 86400.0);
 }

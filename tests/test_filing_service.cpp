@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <map>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>

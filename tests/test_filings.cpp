@@ -349,9 +349,6 @@ TEST_F(FilingTest, FilingWriterAndReaderDiffer)
     filing.set_efiled_successful_flag(true);
     filing.set_employee_count(3);
     filing.set_corrected_employee_count(2);
-    filing.set_filing_name("never written");
-    filing.set_records_flag(true);
-    filing.increment_print_success_count();
     filing.add_form(make<CForm>(FORM_TYPE_W2, "f1"));
     filing.add_form(make<CForm>(FORM_TYPE_W3, "f2"));
 
@@ -373,7 +370,7 @@ TEST_F(FilingTest, FilingWriterAndReaderDiffer)
     ASSERT_EQ(forms->length(), 2);
     EXPECT_STREQ(forms->item(1)->getAttribute("Form_Name"), "f2");
 
-    // Read back under another company directory; the memory-only fields are gone.
+    // Read back under another company directory.
     doc->appendChild(node, true);
     CPathHandling::set_company_dir("D:\\New\\");
     CFiling read(doc->getDocumentElement());
@@ -383,9 +380,6 @@ TEST_F(FilingTest, FilingWriterAndReaderDiffer)
     EXPECT_EQ(read.get_krf_file_location(), "D:\\New\\Drafts\\data.krf");
     EXPECT_EQ(read.get_employee_count(), 3);
     EXPECT_EQ(read.get_corrected_employee_count(), 2);
-    EXPECT_EQ(read.get_filing_name(), "");
-    EXPECT_FALSE(read.get_records_flag());
-    EXPECT_EQ(read.get_print_success_count(), 0);
     ASSERT_EQ(read.get_form_count(), 2);
     EXPECT_EQ(read.get_form_at(0)->get_completion(), FORM_COMPLETION_APPEND);
 
@@ -405,29 +399,6 @@ TEST_F(FilingTest, FilingWriterAndReaderDiffer)
 
     from_old.set_type(static_cast<FILING_TYPE>(9));
     EXPECT_STREQ(from_old.create_xml_node(doc.get())->getAttribute("Type"), "Unknown");
-}
-
-TEST_F(FilingTest, DatesInTheDocument)
-{
-    std::unique_ptr<COXMLDocument> doc(COXMLDocument::createDocument());
-
-    // A zero date leaves no attribute, yet the attribute list holds it.
-    CCopy zero;
-    EXPECT_FALSE(has_attribute(zero.create_xml_node(doc.get()), "Date"));
-    EXPECT_EQ(zero.getAndFillMapBase()[0].attributeValue, "12/30/1899 00:00:00");
-
-    // An invalid date with a day count is written as such and reads back as invalid zero, which
-    // from then on is left out.
-    CCopy broken;
-    broken.set_date(CDateTime(-1.0, CDateTime::invalid));
-    COXMLNode* node = broken.create_xml_node(doc.get());
-    EXPECT_STREQ(node->getAttribute("Date"), "Invalid DateTime");
-    doc->appendChild(node, true);
-    CCopy read(doc->getDocumentElement());
-    EXPECT_EQ(read.get_date().get_days(), 0.0);
-    EXPECT_EQ(read.get_date().get_status(), CDateTime::invalid);
-    EXPECT_EQ(read.getAndFillMapBase()[0].attributeValue, "Invalid DateTime");
-    EXPECT_FALSE(has_attribute(read.create_xml_node(doc.get()), "Date"));
 }
 
 TEST_F(FilingTest, CopyDocumentForm)

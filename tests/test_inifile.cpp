@@ -7,11 +7,12 @@
 
 #include <vellument/Ostrel_Error.h>
 #include <vellument/Ostrel_IniFile.h>
-#include <vellument/Ostrel_Log.h>
 
+#include "log_capture.h"
 #include "test_util.h"
 
 using Ostrel::Error;
+using vlmtest::LogCapture;
 using Ostrel::Profile::GetPrivateProfileStringA;
 using Ostrel::Profile::WritePrivateProfileStringA;
 
@@ -41,32 +42,6 @@ std::string value(const std::string& path, const char* section, const char* key)
 {
     return read(path, section, key).text;
 }
-
-// Captures the log lines that reach the sink, with their levels.
-struct LogCapture {
-    struct Entry {
-        int level;
-        std::string text;
-    };
-    std::vector<Entry> lines;
-
-    LogCapture() { Ostrel::Log::SetSink(&LogCapture::sink, this); }
-    ~LogCapture() { Ostrel::Log::SetSink(nullptr, nullptr); }
-
-    static void sink(void* context, Ostrel::Log::Level level, const char*, int, const char*, const char* text)
-    {
-        static_cast<LogCapture*>(context)->lines.push_back(Entry{static_cast<int>(level), text});
-    }
-
-    bool has(int level, const std::string& text) const
-    {
-        for (const Entry& e : lines) {
-            if (e.level == level && e.text == text)
-                return true;
-        }
-        return false;
-    }
-};
 
 class IniFile : public ::testing::Test {
 protected:
@@ -354,7 +329,7 @@ TEST_F(IniFile, UpdaterSectionsLogAnEmptyValue)
     EXPECT_TRUE(log.has(1, "[IniFile] Error reading value [PATHS] Home from \"UPDATER.INI\"\n"));
     EXPECT_EQ(_GetValue("other.ini", "CONFIG", "DATAFILE", "d", true), "d");
     EXPECT_TRUE(log.has(1, "[IniFile] Error reading value [CONFIG] DATAFILE from \"other.ini\"\n"));
-    log.lines.clear();
+    log.clear();
     EXPECT_EQ(_GetValue("quiet.ini", "CONFIG", "DATAFILE", "d", true), "d");
     EXPECT_EQ(_GetValue("./UPDATER.INI", "PATHS", "Home", "d", true), "d");
     EXPECT_TRUE(log.lines.empty());

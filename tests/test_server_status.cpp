@@ -35,12 +35,11 @@ std::string copy(const char* type, const char* identifier, bool efiled, bool rep
 void make_trail(const Company& co, const std::string& current, const char* form_type = "W-2_SSA",
                 const std::string& more = "")
 {
-    co.write(kDisk, trail(std::string("FormType=\"") + form_type + "\" FilingYear=\"2021\" FilingEIN=\"12-3456789\"",
-                          transaction("Filing", "", "", "Note=\"filed\"") + more +
-                              "<Transaction Action=\"None\"><Package KXNPath=\".\\Drafts\\P.KXN\"/>"
-                              "<Status FilingChoice=\"3\" KXNPath=\".\\Drafts\\S.KXN\">" +
-                              current + "</Status></Transaction>"));
-    co.record_hash(kName);
+    co.write_saved(trail(std::string("FormType=\"") + form_type + "\" FilingYear=\"2021\" FilingEIN=\"12-3456789\"",
+                         transaction("Filing", "", "", "Note=\"filed\"") + more +
+                             "<Transaction Action=\"None\"><Package KXNPath=\".\\Drafts\\P.KXN\"/>"
+                             "<Status FilingChoice=\"3\" KXNPath=\".\\Drafts\\S.KXN\">" +
+                             current + "</Status></Transaction>"));
 }
 
 void server_says(const Company& co, const std::string& copies)

@@ -110,8 +110,7 @@ TEST_F(ServerSync, TheHashesDecideBetweenNothingAUserEditAndADownload)
     const std::string theirs = trail(kRoot, transaction("Filing") + transaction("Printing") + transaction("None"));
 
     // The file as saved, the same on the server: nothing to do, whatever the upload status.
-    co.write(kDisk, mine);
-    co.record_hash(kName);
+    co.write_saved(mine);
     put(mine);
     set_upload_status("true");
     EXPECT_EQ(open()->get_transaction_count(), 2);
@@ -164,10 +163,7 @@ TEST_F(ServerSync, T5018Of2020And2021IsNeverBroughtDown)
     for (const char* year : {"2021", "2022"}) {
         const std::string name = "Histories\\" + CVellument::build_file_name(Vellument::FORM_TYPES_T5018,
                                                                              Vellument::EXTENSION_VLM, year, "");
-        std::string disk = name;
-        disk[9] = '/';
-        co.write(disk, trail("FormType=\"T5018\"", transaction("None")));
-        co.record_hash(name);
+        co.write_saved(trail("FormType=\"T5018\"", transaction("None")), name);
         set_upload_status("true", name.c_str());
         put(theirs, "T5018", year);
         auto v = open(name.c_str(), year);
@@ -177,8 +173,7 @@ TEST_F(ServerSync, T5018Of2020And2021IsNeverBroughtDown)
 
 TEST_F(ServerSync, AnEfiledTrailIsUploadedOnSavingAndAFailedUploadStopsDownloads)
 {
-    co.write(kDisk, document(true));
-    co.record_hash(kName);
+    co.write_saved(document(true));
     auto v = open();
     ASSERT_NE(v->save(nullptr), 0);
     EXPECT_EQ(co.setting("UploadSucceeded_" + co.key(kName)), "true");
@@ -203,8 +198,7 @@ TEST_F(ServerSync, AnEfiledTrailIsUploadedOnSavingAndAFailedUploadStopsDownloads
 
 TEST_F(ServerSync, ATrailNeverEfiledGoesUpOnlyToStartOverWhereAnUploadWorked)
 {
-    co.write(kDisk, document(false, "<Dictionary STARTOVER=\"1\"/>"));
-    co.record_hash(kName);
+    co.write_saved(document(false, "<Dictionary STARTOVER=\"1\"/>"));
     auto v = open();
     ASSERT_NE(v->save(nullptr), 0);
     EXPECT_EQ(co.setting("UploadSucceeded_" + co.key(kName)), "Not Found");
@@ -222,8 +216,7 @@ TEST_F(ServerSync, ATrailNeverEfiledGoesUpOnlyToStartOverWhereAnUploadWorked)
 
 TEST_F(ServerSync, TheServiceStatusDrivesTheTrailAndItsFaultsChangeNothing)
 {
-    co.write(kDisk, document(true));
-    co.record_hash(kName);
+    co.write_saved(document(true));
     ASSERT_NE(open()->save(nullptr), 0);  // the upload hands the e-filed copy to the service
 
     const std::vector<std::string> filing = {"--ein", kEin, "--form", "W-2_SSA", "--year", "2021"};

@@ -9,19 +9,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <vellument/CCopy.h>
 #include <vellument/CStatus.h>
 #include <vellument/CkXml.h>
-#include <vellument/Ostrel_Log.h>
 #include <vellument/Ostrel_XML.h>
 #include <vellument/eFileSOAPS.h>
 
+#include "log_capture.h"
 #include "loopback_settings.h"
 #include "filing_service_fixture.h"
 #include "soap_test_util.h"
@@ -122,32 +120,6 @@ protected:
 };
 
 vlmtest::FilingService* SoapService::service_ = nullptr;
-
-// Log lines of the library while it lives.
-class LogCapture {
-public:
-    LogCapture() { Ostrel::Log::SetSink(&LogCapture::sink, this); }
-    ~LogCapture() { Ostrel::Log::SetSink(nullptr, nullptr); }
-    bool has(int level, const std::string& start) const
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        for (const auto& line : lines_) {
-            if (line.first == level && line.second.rfind(start, 0) == 0)
-                return true;
-        }
-        return false;
-    }
-
-private:
-    static void sink(void* context, Ostrel::Log::Level level, const char*, int, const char*, const char* text)
-    {
-        LogCapture* self = static_cast<LogCapture*>(context);
-        std::lock_guard<std::mutex> guard(self->lock_);
-        self->lines_.emplace_back(static_cast<int>(level), text);
-    }
-    mutable std::mutex lock_;
-    std::vector<std::pair<int, std::string>> lines_;
-};
 
 } // namespace
 
@@ -254,7 +226,7 @@ TEST_F(SoapService, AServerThatIsNotThereLeavesTheCodesAndIsLogged)
     // A loopback port with no listener.
     soaptest::point_at(loopback::service_url(loopback::refusing_port()));
 
-    LogCapture log;
+    vlmtest::LogCapture log;
     const Outcome o = run_all("123456789", file_);
     EXPECT_EQ(o.status_error, 2);
     EXPECT_EQ(o.copies, 0);

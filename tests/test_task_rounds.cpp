@@ -76,8 +76,7 @@ class Rounds : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        co.write(kDisk, trail("FormType=\"W-2_SSA\" FilingYear=\"2021\"", transaction("None")));
-        co.record_hash(kName);
+        co.write_saved(trail("FormType=\"W-2_SSA\" FilingYear=\"2021\"", transaction("None")));
         v.open(co.win(kName).c_str(), "", "2021", "", false, false);
         ASSERT_EQ(v.get_transaction_count(), 1);
         v.get_current_transaction()->set_action(Vellument::ACTION_FILING);

@@ -33,11 +33,14 @@ static_assert(std::has_virtual_destructor<CTransaction>::value && std::has_virtu
 
 namespace {
 
-CCopy* make_copy(FILING_TYPE type, const char* identifier)
+// A copy of that type and identifier, handed to the status when one is given.
+CCopy* make_copy(FILING_TYPE type, const char* identifier, CStatus* owner = nullptr)
 {
     CCopy* copy = new CCopy();
     copy->set_type(type);
     copy->set_identifier(identifier);
+    if (owner != nullptr)
+        owner->add_copy(copy);
     return copy;
 }
 
@@ -257,14 +260,12 @@ TEST(Package, BadFilingIndexRaisesAndChangesNothing)
 TEST(Status, FederalLevelLookupFallsBackToFE)
 {
     CStatus status;
-    CCopy* federal = make_copy(FILING_TYPE_FEDERAL, "FE");
-    CCopy* state_fe = make_copy(FILING_TYPE_STATE, "FE");
-    CCopy* local_fe = make_copy(FILING_TYPE_LOCAL, "FE");
-    CCopy* employee = make_copy(FILING_TYPE_EMPLOYEE, "FE");
-    CCopy* minnesota = make_copy(FILING_TYPE_STATE, "MN");
-    CCopy* payer_bare = make_copy(FILING_TYPE_PAYER, "");
-    for (CCopy* copy : {federal, state_fe, local_fe, employee, minnesota, payer_bare})
-        status.add_copy(copy);
+    CCopy* federal = make_copy(FILING_TYPE_FEDERAL, "FE", &status);
+    CCopy* state_fe = make_copy(FILING_TYPE_STATE, "FE", &status);
+    make_copy(FILING_TYPE_LOCAL, "FE", &status);
+    CCopy* employee = make_copy(FILING_TYPE_EMPLOYEE, "FE", &status);
+    CCopy* minnesota = make_copy(FILING_TYPE_STATE, "MN", &status);
+    CCopy* payer_bare = make_copy(FILING_TYPE_PAYER, "", &status);
 
     EXPECT_EQ(federal, status.get_copy_by_type(FILING_TYPE_FEDERAL, "XX"));
     EXPECT_EQ(federal, status.get_copy_by_type(FILING_TYPE_FEDERAL, ""));
@@ -288,12 +289,9 @@ TEST(Status, FederalLevelLookupFallsBackToFE)
 TEST(Status, DuplicateKeysAndRemovalAt)
 {
     CStatus status;
-    CCopy* first = make_copy(FILING_TYPE_STATE, "MN");
-    CCopy* second = make_copy(FILING_TYPE_STATE, "MN");
-    CCopy* other = make_copy(FILING_TYPE_FEDERAL, "FE");
-    status.add_copy(first);
-    status.add_copy(second);
-    status.add_copy(other);
+    CCopy* first = make_copy(FILING_TYPE_STATE, "MN", &status);
+    CCopy* second = make_copy(FILING_TYPE_STATE, "MN", &status);
+    CCopy* other = make_copy(FILING_TYPE_FEDERAL, "FE", &status);
     EXPECT_EQ(3, status.get_copy_count());
     EXPECT_EQ(second, status.get_copy_by_type(FILING_TYPE_STATE, "MN"));
 
@@ -317,10 +315,8 @@ TEST(Status, DuplicateKeysAndRemovalAt)
 
     // Removing the earlier of two duplicates must not leave the index pointing at a dead copy.
     CStatus twice;
-    CCopy* earlier = make_copy(FILING_TYPE_STATE, "MN");
-    CCopy* later = make_copy(FILING_TYPE_STATE, "MN");
-    twice.add_copy(earlier);
-    twice.add_copy(later);
+    make_copy(FILING_TYPE_STATE, "MN", &twice);
+    CCopy* later = make_copy(FILING_TYPE_STATE, "MN", &twice);
     twice.remove_copy_at(0);
     EXPECT_EQ(1, twice.get_copy_count());
     EXPECT_EQ(later, twice.get_copy_at(0));
@@ -330,12 +326,9 @@ TEST(Status, DuplicateKeysAndRemovalAt)
 TEST(Status, RemovalByTypeUsesTheFallbackAndOwnKey)
 {
     CStatus status;
-    CCopy* federal = make_copy(FILING_TYPE_FEDERAL, "FE");
-    CCopy* state = make_copy(FILING_TYPE_STATE, "MN");
-    CCopy* employer = make_copy(FILING_TYPE_EMPLOYER, "");
-    status.add_copy(federal);
-    status.add_copy(state);
-    status.add_copy(employer);
+    make_copy(FILING_TYPE_FEDERAL, "FE", &status);
+    CCopy* state = make_copy(FILING_TYPE_STATE, "MN", &status);
+    CCopy* employer = make_copy(FILING_TYPE_EMPLOYER, "", &status);
 
     status.remove_copy_by_type(FILING_TYPE_STATE, "WI");
     status.remove_copy_by_type(FILING_TYPE_PAYER, "");
@@ -357,8 +350,7 @@ TEST(Status, CopyIdentityChangedAfterAddingDoesNotLeaveAStalePointer)
 {
     // Not allowed by the rules, but a mistake of a caller must not turn into a use after free.
     CStatus status;
-    CCopy* copy = make_copy(FILING_TYPE_STATE, "MN");
-    status.add_copy(copy);
+    CCopy* copy = make_copy(FILING_TYPE_STATE, "MN", &status);
     copy->set_identifier("WI");
     status.remove_copy_at(0);
     EXPECT_EQ(nullptr, status.get_copy_by_type(FILING_TYPE_STATE, "MN"));
@@ -409,8 +401,7 @@ TEST(Status, CreateFromPackageMergesChoiceAndTakesCounters)
     status.set_local_employee_count(100);
     status.set_corrected_employee_count(100);
     status.set_kxn_path("C:\\Co\\Drafts\\old.KXN");
-    CCopy* federal = make_copy(FILING_TYPE_FEDERAL, "FE");
-    status.add_copy(federal);
+    CCopy* federal = make_copy(FILING_TYPE_FEDERAL, "FE", &status);
 
     CPackage package;
     package.set_filing_options(2);
@@ -500,19 +491,6 @@ TEST(Transaction, TakesOverTheStatusItIsGiven)
     // The status died with the transaction: the sanitizer build reports a leak or double free.
     CTransaction from_null(static_cast<CStatus*>(nullptr));
     EXPECT_NE(nullptr, from_null.get_status());
-}
-
-TEST(Transaction, ActionTextAndAttributeList)
-{
-    CTransaction transaction;
-    transaction.set_action(ACTION_SERVER_DOWNLOAD);
-    transaction.set_number(5);
-    attributeDicList list = transaction.getAndFillMap();
-    ASSERT_EQ(2u, list.size());
-    EXPECT_EQ("Action", list[0].attributeName);
-    EXPECT_EQ("Server Download", list[0].attributeValue);
-    EXPECT_EQ("Number", list[1].attributeName);
-    EXPECT_EQ("5", list[1].attributeValue);
 }
 
 TEST(Transaction, MissingPartsReadAsEmptyOnes)

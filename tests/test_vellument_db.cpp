@@ -130,10 +130,7 @@ protected:
     // Writes a document under the company and opens it as the application does.
     std::unique_ptr<CVellument> open_document(const std::string& relative, const std::string& xml)
     {
-        std::string on_disk = relative;
-        std::replace(on_disk.begin(), on_disk.end(), '\\', '/');
-        co.write(on_disk, xml);
-        co.record_hash(relative);
+        co.write_saved(xml, relative);
         std::unique_ptr<CVellument> v(new CVellument());
         v->open(co.win(relative).c_str(), "", "", "", false, false);
         return v;
@@ -461,10 +458,10 @@ TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
                                                    "[CvellumentDB] Error executing select statement\n",
                                                    "[CvellumentDB] Error inserting into Vellument table\n",
                                                    "[CvellumentDB] Error writing records\n"}));
-    log.lines.clear();
+    log.clear();
     EXPECT_EQ(mapper.readRecords(empty.get(), db_path, ""), nullptr);
     EXPECT_TRUE(log.contains("[CvellumentDB] Error, vellument with specified year and type does not exist\n"));
-    log.lines.clear();
+    log.clear();
     EXPECT_TRUE(mapper.DeleteRecords(empty.get(), db_path, ""));
     EXPECT_TRUE(log.contains("[CvellumentDB] Error executing select statement\n"));
     EXPECT_EQ(dump_tables(db_path), before);
@@ -568,8 +565,7 @@ TEST_F(Mirror, OpenSavesThroughTheMirrorItLastUsed)
     // A fresh object has no database: an outside edit is closed in the trail and the file is
     // written all the same.
     LogCapture log;
-    co.write("Histories/Vellument_W2_2022.VLM", small_document("W-2_SSA", "2022"));
-    co.record_hash("Histories\\Vellument_W2_2022.VLM");
+    co.write_saved(small_document("W-2_SSA", "2022"), "Histories\\Vellument_W2_2022.VLM");
     co.write("Histories/Vellument_W2_2022.VLM", small_document("W-2_SSA", "2022") + "\n");
     CVellument reopened;
     reopened.open(co.win("Histories\\Vellument_W2_2022.VLM").c_str(), "", "", "", false, false);

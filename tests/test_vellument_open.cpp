@@ -163,10 +163,9 @@ TEST(VellumentOpen, DocumentWithoutTransactionThrowsZero)
 TEST(VellumentOpen, EditBehindTheLibrarysBackIsFoundByTheHash)
 {
     Company co;
-    co.write(kDisk, trail("FormType=\"W-2_SSA\"",
-                          transaction("Filing", "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\"/>", "",
-                                      "K=\"v\"")));
-    co.record_hash(kName);
+    co.write_saved(trail("FormType=\"W-2_SSA\"",
+                         transaction("Filing", "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\"/>", "",
+                                     "K=\"v\"")));
     {
         // Unchanged since the last save: the trail stays as it is and nothing is written.
         const auto before = co.snapshot();

@@ -20,9 +20,8 @@ const char kBak[] = "Histories/Vellument_W2_2021.BAK";
 // A library-saved vellument with one transaction whose status holds the given copies.
 void make_saved(const Company& co, const std::string& copies = "", const std::string& dictionary = "")
 {
-    co.write(kDisk, trail("FormType=\"W-2_SSA\" FilingYear=\"2021\" ModifiedDate=\"01/02/2003 04:05:06\"",
-                          dictionary + transaction("Filing", copies)));
-    co.record_hash(kName);
+    co.write_saved(trail("FormType=\"W-2_SSA\" FilingYear=\"2021\" ModifiedDate=\"01/02/2003 04:05:06\"",
+                         dictionary + transaction("Filing", copies)));
 }
 
 // Lowers the process's file size limit for its lifetime: a write past it fails part-way with
@@ -196,8 +195,7 @@ TEST(VellumentSave, DamagedFileSurvivesInTheBackup)
     Company co;
     const std::string damaged = trail("FormType=\"W-2_SSA\" FilingYear=\"2021\" FilingYear=\"2021\"",
                                       transaction("Filing") + "&bogus;");
-    co.write(kDisk, damaged);
-    co.record_hash(kName);
+    co.write_saved(damaged);
     CVellument v;
     v.open(co.win(kName).c_str(), "", "2021", "", false, false);
     ASSERT_EQ(v.get_transaction_count(), 1);

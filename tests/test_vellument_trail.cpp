@@ -18,13 +18,6 @@ using namespace vlmtest;
 
 namespace {
 
-// Writes the document and records it as the library's last save, so only the trail rules act.
-void write_saved(const Company& co, const std::string& document)
-{
-    co.write(kDisk, document);
-    co.record_hash(kName);
-}
-
 const std::string kFederalW2 =
     "<Copy Type=\"Federal\" Identifier=\"FE\" Printed=\"true\" Efiled=\"true\" Date=\"01/05/2021 00:00:00\">"
     "<History Type=\"W-3\" Form_Name=\"W3\"/>"
@@ -41,7 +34,7 @@ TEST(VellumentTrail, OrphanedEmployerCopyIsRepaired)
     const std::string orphan = transaction(
         "Filing", "<Copy Type=\"Employer\" Printed=\"true\"/><Copy Type=\"State\" Identifier=\"NY\"/>",
         "<Filing Type=\"State\" Identifier=\"NY\"/>", "K=\"1\"");
-    write_saved(co, trail("", orphan));
+    co.write_saved(trail("", orphan));
     {
         CVellument v;
         v.open(co.win(kName).c_str(), "", "", "", false, false);
@@ -71,7 +64,7 @@ TEST(VellumentTrail, OrphanedEmployerCopyIsRepaired)
 TEST(VellumentTrail, EmployerHistoryFilePresentAddsAnEmployerCopy)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing", kFederalW2)));
+    co.write_saved(trail("", transaction("Filing", kFederalW2)));
     // "~W2A_" loses the letters that mark a variant; the disk name's case doesn't matter.
     co.write("Histories/W2_Employer.vlh", "x");
 
@@ -98,9 +91,9 @@ TEST(VellumentTrail, EmployerHistoryFilePresentAddsAnEmployerCopy)
 TEST(VellumentTrail, PayerHistoryFileOf1099KeepsThePrefix)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing", "<Copy Type=\"Federal\" Printed=\"true\">"
-                                                     "<History Type=\"1099\" Form_Name=\"1099MISC\" "
-                                                     "Location=\"C:\\X\\Histories\\RM99_a.pdf\"/></Copy>")));
+    co.write_saved(trail("", transaction("Filing", "<Copy Type=\"Federal\" Printed=\"true\">"
+                                                    "<History Type=\"1099\" Form_Name=\"1099MISC\" "
+                                                    "Location=\"C:\\X\\Histories\\RM99_a.pdf\"/></Copy>")));
     co.write("Histories/RM99_1099MISC_PAYER.VLH", "x");
     CVellument v;
     v.open(co.win(kName).c_str(), "", "", "", false, false);
@@ -114,7 +107,7 @@ TEST(VellumentTrail, PayerHistoryFileOf1099KeepsThePrefix)
 TEST(VellumentTrail, EmployerHistoryFileAbsentStillSaves)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing", kFederalW2)));
+    co.write_saved(trail("", transaction("Filing", kFederalW2)));
     const std::string before = co.read(kDisk);
     CVellument v;
     v.open(co.win(kName).c_str(), "", "", "", false, false);
@@ -129,7 +122,7 @@ TEST(VellumentTrail, EmployerHistoryFileAbsentStillSaves)
 TEST(VellumentTrail, PrintedEmployerCopyBesideFederalChangesNothing)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing", kFederalW2 + "<Copy Type=\"Employer\" Printed=\"true\"/>")));
+    co.write_saved(trail("", transaction("Filing", kFederalW2 + "<Copy Type=\"Employer\" Printed=\"true\"/>")));
     co.write("Histories/W2_EMPLOYER.VLH", "x");
     const auto before = co.snapshot();
     CVellument v;
@@ -141,9 +134,9 @@ TEST(VellumentTrail, PrintedEmployerCopyBesideFederalChangesNothing)
 TEST(VellumentTrail, CompleteCurrentTransaction)
 {
     Company co;
-    write_saved(co, trail("FormType=\"W-2_SSA\"",
-                          transaction("Filing", "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\" "
-                                                "Mailed=\"true\" VLID=\"3\"><History Type=\"W-2\"/></Copy>")));
+    co.write_saved(trail("FormType=\"W-2_SSA\"",
+                         transaction("Filing", "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\" "
+                                               "Mailed=\"true\" VLID=\"3\"><History Type=\"W-2\"/></Copy>")));
     CVellument v;
     v.open(co.win(kName).c_str(), "", "", "", false, false);
     CPackage* package = v.get_current_package();
@@ -215,7 +208,7 @@ TEST(VellumentTrail, CompleteCurrentTransaction)
 TEST(VellumentTrail, ClearStatusAndPackage)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing", "<Copy Type=\"Federal\"/>", "<Filing Type=\"Federal\"/>")));
+    co.write_saved(trail("", transaction("Filing", "<Copy Type=\"Federal\"/>", "<Filing Type=\"Federal\"/>")));
     CVellument v;
     v.open(co.win(kName).c_str(), "", "", "", false, true);
     CPackage* old_package = v.get_current_package();
@@ -237,14 +230,14 @@ TEST(VellumentTrail, ClearStatusAndPackage)
 TEST(VellumentTrail, LatestActionAndDate)
 {
     Company co;
-    write_saved(co, trail("", transaction("Filing",
-                                          "<Copy Type=\"Local\" Identifier=\"A\" Printed=\"true\" "
-                                          "Date=\"02/01/2021 00:00:00\"/>"
-                                          "<Copy Type=\"Local\" Identifier=\"B\" Printed=\"true\" Mailed=\"true\" "
-                                          "Date=\"03/01/2021 00:00:00\"/>"
-                                          "<Copy Type=\"Local\" Identifier=\"C\" Efiled=\"true\"/>"
-                                          "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\"/>"
-                                          "<Copy Type=\"Employee\" Identifier=\"FE\"/>")));
+    co.write_saved(trail("", transaction("Filing",
+                                         "<Copy Type=\"Local\" Identifier=\"A\" Printed=\"true\" "
+                                         "Date=\"02/01/2021 00:00:00\"/>"
+                                         "<Copy Type=\"Local\" Identifier=\"B\" Printed=\"true\" Mailed=\"true\" "
+                                         "Date=\"03/01/2021 00:00:00\"/>"
+                                         "<Copy Type=\"Local\" Identifier=\"C\" Efiled=\"true\"/>"
+                                         "<Copy Type=\"State\" Identifier=\"NY\" Printed=\"true\"/>"
+                                         "<Copy Type=\"Employee\" Identifier=\"FE\"/>")));
     CVellument v;
     v.open(co.win(kName).c_str(), "", "", "", false, true);
     // The identifier plays no part for Local: the newest dated copy answers, the undated never.
@@ -263,7 +256,7 @@ TEST(VellumentTrail, PackageReadyToEfileAndHistoryLocation)
     Company co;
     co.write("Histories/F1.pdf", "x");
     auto open_with = [&](const std::string& package) {
-        write_saved(co, trail("", transaction("Filing", "", package)));
+        co.write_saved(trail("", transaction("Filing", "", package)));
         auto v = std::make_unique<CVellument>();
         v->open(co.win(kName).c_str(), "", "", "", false, true);
         return v;
