@@ -330,23 +330,28 @@ std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
     bool any = std::strcmp(wanted, "*") == 0;
     std::vector<COXMLNode*>& out = list->items_->nodes;
 
-    // Pre-order walk without recursion, so that depth costs no stack.
+    // Pre-order walk without recursion, so that depth costs no stack. Every call into the parser
+    // counts here: the readers walk each record's subtree, so the whole document several times.
+    const pugi::xml_node_struct* const holder = d.holder.internal_object();
+    const pugi::xml_node_struct* const top = start.internal_object();
     pugi::xml_node n = start.first_child();
     while (n) {
-        bool skip = (n == d.holder);
-        if (!skip && n.type() == pugi::node_element) {
-            if (any || std::strcmp(n.name(), wanted) == 0)
+        if (n.type() == pugi::node_element && n.internal_object() != holder) {
+            if (any || oxml::same_name(n.name(), wanted))
                 out.push_back(d.wrap(n));
-            if (n.first_child()) {
-                n = n.first_child();
+            if (pugi::xml_node child = n.first_child()) {
+                n = child;
                 continue;
             }
         }
-        while (n && n != start && !n.next_sibling())
+        pugi::xml_node next = n.next_sibling();
+        while (!next) {
             n = n.parent();
-        if (!n || n == start)
-            break;
-        n = n.next_sibling();
+            if (!n || n.internal_object() == top)
+                return list;
+            next = n.next_sibling();
+        }
+        n = next;
     }
     return list;
 }

@@ -40,6 +40,15 @@ inline bool is_ascii(const char* text)
     return is_ascii(text, std::strlen(text));
 }
 
+// Two names alike, byte for byte. Names are short: a loop in place beats a call to strcmp.
+inline bool same_name(const char* a, const char* b)
+{
+    for (; *a == *b; ++a, ++b)
+        if (*a == '\0')
+            return true;
+    return false;
+}
+
 // Text coming in from a caller is ANSI; the tree holds UTF-8. ASCII needs no conversion.
 class InText {
 public:
@@ -97,24 +106,47 @@ struct COXMLDocumentData {
     pugi::xml_node_struct* indexed_node = nullptr;
     std::unordered_map<std::string, pugi::xml_attribute_struct*> attribute_index;
 
+    // Records read an element's attributes mostly in the order they were written, so a scan starts
+    // after the attribute last found on the same element and wraps round: one step a lookup
+    // instead of a scan from the first. An element never holds a name twice, so where the scan
+    // starts doesn't change what it finds; attributes are never removed, so the hint stays valid.
+    pugi::xml_node_struct* hint_node = nullptr;
+    pugi::xml_attribute_struct* hint_next = nullptr;  // null: start at the first attribute
+
     // The attribute of that name; with may_index, a large element is indexed on the way.
     pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
     {
         if (n.internal_object() != indexed_node) {
+            pugi::xml_attribute first = n.first_attribute();
+            pugi::xml_attribute start = first;
+            if (n.internal_object() == hint_node && hint_next != nullptr)
+                start = pugi::xml_attribute(hint_next);
             // The first byte settles most names of a record without a call.
-            const char first = utf8_name[0];
+            const char wanted = utf8_name[0];
             std::size_t scanned = 0;
-            pugi::xml_attribute a = n.first_attribute();
-            for (; a && (scanned < kScanAttributes || !may_index); a = a.next_attribute(), ++scanned) {
+            pugi::xml_attribute a = start;
+            bool wrapped = false;
+            while (scanned < kScanAttributes || !may_index) {
+                if (!a) {
+                    if (wrapped || start == first)
+                        return a;
+                    wrapped = true;
+                    a = first;
+                }
+                if (wrapped && a == start)
+                    return pugi::xml_attribute();
                 const char* name = a.name();
-                if (name[0] == first && std::strcmp(name, utf8_name) == 0)
+                if (name[0] == wanted && oxml::same_name(name, utf8_name)) {
+                    hint_node = n.internal_object();
+                    hint_next = a.next_attribute().internal_object();
                     return a;
+                }
+                a = a.next_attribute();
+                ++scanned;
             }
-            if (!a)
-                return a;
             indexed_node = n.internal_object();
             attribute_index.clear();
-            for (a = n.first_attribute(); a; a = a.next_attribute())
+            for (a = first; a; a = a.next_attribute())
                 attribute_index.emplace(a.name(), a.internal_object());
         }
         auto found = attribute_index.find(utf8_name);
