@@ -172,9 +172,7 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
         d.all_ascii = false;
     if (std::strncmp(uname.c_str(), "xmlns", 5) == 0)
         d.namespaces = true;
-    pugi::xml_attribute a = d.find_attribute(n, uname.c_str(), true);
-    if (!a)
-        a = d.append_attribute(n, uname.c_str());
+    pugi::xml_attribute a = d.attribute_for_writing(n, uname.c_str());
     a.set_value(uvalue.c_str());
 }
 

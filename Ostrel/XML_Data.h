@@ -153,11 +153,54 @@ struct COXMLDocumentData {
         return found == attribute_index.end() ? pugi::xml_attribute() : pugi::xml_attribute(found->second);
     }
 
+    // The names on the element last written to, as a filter of 64 bits: a name whose bits are not
+    // all set is not there, and is appended without a scan. Writers set a new element's attributes
+    // one after the other, so the scan for a name already there, quadratic per element, is saved.
+    pugi::xml_node_struct* filter_node = nullptr;
+    std::uint64_t filter_bits = 0;
+
+    static std::uint64_t name_bits(const char* name)
+    {
+        std::uint32_t h = 2166136261u;
+        for (; *name != '\0'; ++name)
+            h = (h ^ static_cast<unsigned char>(*name)) * 16777619u;
+        return (std::uint64_t(1) << (h & 63)) | (std::uint64_t(1) << ((h >> 6) & 63));
+    }
+
+    // The attribute of that name to write to: the one there, or a new one at the end.
+    pugi::xml_attribute attribute_for_writing(pugi::xml_node n, const char* utf8_name)
+    {
+        pugi::xml_node_struct* const key = n.internal_object();
+        if (key != indexed_node && key != filter_node) {
+            filter_node = nullptr;
+            std::uint64_t bits = 0;
+            std::size_t scanned = 0;
+            for (pugi::xml_attribute a = n.first_attribute(); a && scanned <= kScanAttributes;
+                 a = a.next_attribute(), ++scanned)
+                bits |= name_bits(a.name());
+            // A large element is left to the index that find_attribute keeps.
+            if (scanned <= kScanAttributes) {
+                filter_node = key;
+                filter_bits = bits;
+            }
+        }
+        if (key == filter_node) {
+            const std::uint64_t bits = name_bits(utf8_name);
+            if ((filter_bits & bits) != bits)
+                return append_attribute(n, utf8_name);
+        }
+        if (pugi::xml_attribute a = find_attribute(n, utf8_name, true))
+            return a;
+        return append_attribute(n, utf8_name);
+    }
+
     pugi::xml_attribute append_attribute(pugi::xml_node n, const char* utf8_name)
     {
         pugi::xml_attribute a = n.append_attribute(utf8_name);
         if (a && n.internal_object() == indexed_node)
             attribute_index.emplace(utf8_name, a.internal_object());
+        if (a && n.internal_object() == filter_node)
+            filter_bits |= name_bits(utf8_name);
         return a;
     }
 
