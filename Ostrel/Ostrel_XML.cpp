@@ -13,7 +13,6 @@
 
 using oxml::InText;
 using oxml::is_ascii;
-using oxml::is_valid_name;
 
 namespace {
 
@@ -157,11 +156,11 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
     // The document has no attributes of its own, and its root element is not changed through it.
     if (!n || n.type() != pugi::node_element)
         return;
-    if (!is_valid_name(name)) {
+    InText uname(name);
+    if (!oxml::is_xml_name(uname.c_str())) {
         VLOG(2, "[OstrelXML] setAttribute: \"%s\" is not an XML name; not set\n", name);
         return;
     }
-    InText uname(name);
     std::string replaced;
     if (value != nullptr && needs_control_replacement(value)) {
         replaced = replace_controls(value);
