@@ -117,10 +117,8 @@ struct COXMLDocumentData {
     pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
     {
         if (n.internal_object() != indexed_node) {
-            pugi::xml_attribute first = n.first_attribute();
-            pugi::xml_attribute start = first;
-            if (n.internal_object() == hint_node && hint_next != nullptr)
-                start = pugi::xml_attribute(hint_next);
+            const bool hinted = n.internal_object() == hint_node && hint_next != nullptr;
+            const pugi::xml_attribute start = hinted ? pugi::xml_attribute(hint_next) : n.first_attribute();
             // The first byte settles most names of a record without a call.
             const char wanted = utf8_name[0];
             std::size_t scanned = 0;
@@ -128,10 +126,10 @@ struct COXMLDocumentData {
             bool wrapped = false;
             while (scanned < kScanAttributes || !may_index) {
                 if (!a) {
-                    if (wrapped || start == first)
+                    if (wrapped || !hinted)
                         return a;
                     wrapped = true;
-                    a = first;
+                    a = n.first_attribute();
                 }
                 if (wrapped && a == start)
                     return pugi::xml_attribute();
@@ -146,7 +144,7 @@ struct COXMLDocumentData {
             }
             indexed_node = n.internal_object();
             attribute_index.clear();
-            for (a = first; a; a = a.next_attribute())
+            for (a = n.first_attribute(); a; a = a.next_attribute())
                 attribute_index.emplace(a.name(), a.internal_object());
         }
         auto found = attribute_index.find(utf8_name);
