@@ -329,13 +329,15 @@ std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
 
     // Pre-order walk without recursion, so that depth costs no stack. Every call into the parser
     // counts here: the readers walk each record's subtree, so the whole document several times.
+    // The matches are wrapped together at the end (see wrap_elements).
     const pugi::xml_node_struct* const holder = d.holder.internal_object();
     const pugi::xml_node_struct* const top = start.internal_object();
+    std::vector<pugi::xml_node_struct*> found;
     pugi::xml_node n = start.first_child();
     while (n) {
         if (n.type() == pugi::node_element && n.internal_object() != holder) {
             if (any || oxml::same_name(n.name(), wanted))
-                out.push_back(d.wrap(n));
+                found.push_back(n.internal_object());
             if (pugi::xml_node child = n.first_child()) {
                 n = child;
                 continue;
@@ -345,11 +347,12 @@ std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
         while (!next) {
             n = n.parent();
             if (!n || n.internal_object() == top)
-                return list;
+                break;
             next = n.next_sibling();
         }
         n = next;
     }
+    d.wrap_elements(found, out);
     return list;
 }
 

@@ -287,6 +287,23 @@ struct COXMLDocumentData {
         return node;
     }
 
+    // The node objects of many elements of the tree, none the document itself, appended to out.
+    // The table is grown first, so that the slot of an element further on can be fetched into
+    // the cache while the present one is looked up: the table is large and each slot a miss.
+    void wrap_elements(const std::vector<pugi::xml_node_struct*>& elements, std::vector<COXMLNode*>& out)
+    {
+        while ((table_count + elements.size() + 1) * 2 > table.size())
+            grow_table();
+        out.reserve(out.size() + elements.size());
+        const std::size_t ahead = 8;
+        const std::size_t mask = table.size() - 1;
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            if (i + ahead < elements.size())
+                __builtin_prefetch(&table[hash(elements[i + ahead]) & mask]);
+            out.push_back(lookup(elements[i], false));
+        }
+    }
+
     COXMLNode* wrap(pugi::xml_node n)
     {
         if (!n)
