@@ -13,7 +13,6 @@
 
 using oxml::InText;
 using oxml::is_ascii;
-using oxml::is_valid_name;
 
 namespace {
 
@@ -157,11 +156,11 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
     // The document has no attributes of its own, and its root element is not changed through it.
     if (!n || n.type() != pugi::node_element)
         return;
-    if (!is_valid_name(name)) {
+    InText uname(name);
+    if (!oxml::is_xml_name(uname.c_str())) {
         VLOG(2, "[OstrelXML] setAttribute: \"%s\" is not an XML name; not set\n", name);
         return;
     }
-    InText uname(name);
     std::string replaced;
     if (value != nullptr && needs_control_replacement(value)) {
         replaced = replace_controls(value);
@@ -172,9 +171,7 @@ void COXMLNode::setAttribute(const char* name, const char* value) const
         d.all_ascii = false;
     if (std::strncmp(uname.c_str(), "xmlns", 5) == 0)
         d.namespaces = true;
-    pugi::xml_attribute a = d.find_attribute(n, uname.c_str(), true);
-    if (!a)
-        a = d.append_attribute(n, uname.c_str());
+    pugi::xml_attribute a = d.attribute_for_writing(n, uname.c_str());
     a.set_value(uvalue.c_str());
 }
 
@@ -330,24 +327,32 @@ std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
     bool any = std::strcmp(wanted, "*") == 0;
     std::vector<COXMLNode*>& out = list->items_->nodes;
 
-    // Pre-order walk without recursion, so that depth costs no stack.
+    // Pre-order walk without recursion, so that depth costs no stack. Every call into the parser
+    // counts here: the readers walk each record's subtree, so the whole document several times.
+    // The matches are wrapped together at the end (see wrap_elements).
+    const pugi::xml_node_struct* const holder = d.holder.internal_object();
+    const pugi::xml_node_struct* const top = start.internal_object();
+    std::vector<pugi::xml_node_struct*> found;
     pugi::xml_node n = start.first_child();
     while (n) {
-        bool skip = (n == d.holder);
-        if (!skip && n.type() == pugi::node_element) {
-            if (any || std::strcmp(n.name(), wanted) == 0)
-                out.push_back(d.wrap(n));
-            if (n.first_child()) {
-                n = n.first_child();
+        if (n.type() == pugi::node_element && n.internal_object() != holder) {
+            if (any || oxml::same_name(n.name(), wanted))
+                found.push_back(n.internal_object());
+            if (pugi::xml_node child = n.first_child()) {
+                n = child;
                 continue;
             }
         }
-        while (n && n != start && !n.next_sibling())
+        pugi::xml_node next = n.next_sibling();
+        while (!next) {
             n = n.parent();
-        if (!n || n == start)
-            break;
-        n = n.next_sibling();
+            if (!n || n.internal_object() == top)
+                break;
+            next = n.next_sibling();
+        }
+        n = next;
     }
+    d.wrap_elements(found, out);
     return list;
 }
 

@@ -40,6 +40,15 @@ inline bool is_ascii(const char* text)
     return is_ascii(text, std::strlen(text));
 }
 
+// Two names alike, byte for byte. Names are short: a loop in place beats a call to strcmp.
+inline bool same_name(const char* a, const char* b)
+{
+    for (; *a == *b; ++a, ++b)
+        if (*a == '\0')
+            return true;
+    return false;
+}
+
 // Text coming in from a caller is ANSI; the tree holds UTF-8. ASCII needs no conversion.
 class InText {
 public:
@@ -97,21 +106,42 @@ struct COXMLDocumentData {
     pugi::xml_node_struct* indexed_node = nullptr;
     std::unordered_map<std::string, pugi::xml_attribute_struct*> attribute_index;
 
+    // Records read an element's attributes mostly in the order they were written, so a scan starts
+    // after the attribute last found on the same element and wraps round: one step a lookup
+    // instead of a scan from the first. An element never holds a name twice, so where the scan
+    // starts doesn't change what it finds; attributes are never removed, so the hint stays valid.
+    pugi::xml_node_struct* hint_node = nullptr;
+    pugi::xml_attribute_struct* hint_next = nullptr;  // null: start at the first attribute
+
     // The attribute of that name; with may_index, a large element is indexed on the way.
     pugi::xml_attribute find_attribute(pugi::xml_node n, const char* utf8_name, bool may_index)
     {
         if (n.internal_object() != indexed_node) {
+            const bool hinted = n.internal_object() == hint_node && hint_next != nullptr;
+            const pugi::xml_attribute start = hinted ? pugi::xml_attribute(hint_next) : n.first_attribute();
             // The first byte settles most names of a record without a call.
-            const char first = utf8_name[0];
+            const char wanted = utf8_name[0];
             std::size_t scanned = 0;
-            pugi::xml_attribute a = n.first_attribute();
-            for (; a && (scanned < kScanAttributes || !may_index); a = a.next_attribute(), ++scanned) {
+            pugi::xml_attribute a = start;
+            bool wrapped = false;
+            while (scanned < kScanAttributes || !may_index) {
+                if (!a) {
+                    if (wrapped || !hinted)
+                        return a;
+                    wrapped = true;
+                    a = n.first_attribute();
+                }
+                if (wrapped && a == start)
+                    return pugi::xml_attribute();
                 const char* name = a.name();
-                if (name[0] == first && std::strcmp(name, utf8_name) == 0)
+                if (name[0] == wanted && oxml::same_name(name, utf8_name)) {
+                    hint_node = n.internal_object();
+                    hint_next = a.next_attribute().internal_object();
                     return a;
+                }
+                a = a.next_attribute();
+                ++scanned;
             }
-            if (!a)
-                return a;
             indexed_node = n.internal_object();
             attribute_index.clear();
             for (a = n.first_attribute(); a; a = a.next_attribute())
@@ -121,11 +151,54 @@ struct COXMLDocumentData {
         return found == attribute_index.end() ? pugi::xml_attribute() : pugi::xml_attribute(found->second);
     }
 
+    // The names on the element last written to, as a filter of 64 bits: a name whose bits are not
+    // all set is not there, and is appended without a scan. Writers set a new element's attributes
+    // one after the other, so the scan for a name already there, quadratic per element, is saved.
+    pugi::xml_node_struct* filter_node = nullptr;
+    std::uint64_t filter_bits = 0;
+
+    static std::uint64_t name_bits(const char* name)
+    {
+        std::uint32_t h = 2166136261u;
+        for (; *name != '\0'; ++name)
+            h = (h ^ static_cast<unsigned char>(*name)) * 16777619u;
+        return (std::uint64_t(1) << (h & 63)) | (std::uint64_t(1) << ((h >> 6) & 63));
+    }
+
+    // The attribute of that name to write to: the one there, or a new one at the end.
+    pugi::xml_attribute attribute_for_writing(pugi::xml_node n, const char* utf8_name)
+    {
+        pugi::xml_node_struct* const key = n.internal_object();
+        if (key != indexed_node && key != filter_node) {
+            filter_node = nullptr;
+            std::uint64_t bits = 0;
+            std::size_t scanned = 0;
+            for (pugi::xml_attribute a = n.first_attribute(); a && scanned <= kScanAttributes;
+                 a = a.next_attribute(), ++scanned)
+                bits |= name_bits(a.name());
+            // A large element is left to the index that find_attribute keeps.
+            if (scanned <= kScanAttributes) {
+                filter_node = key;
+                filter_bits = bits;
+            }
+        }
+        if (key == filter_node) {
+            const std::uint64_t bits = name_bits(utf8_name);
+            if ((filter_bits & bits) != bits)
+                return append_attribute(n, utf8_name);
+        }
+        if (pugi::xml_attribute a = find_attribute(n, utf8_name, true))
+            return a;
+        return append_attribute(n, utf8_name);
+    }
+
     pugi::xml_attribute append_attribute(pugi::xml_node n, const char* utf8_name)
     {
         pugi::xml_attribute a = n.append_attribute(utf8_name);
         if (a && n.internal_object() == indexed_node)
             attribute_index.emplace(utf8_name, a.internal_object());
+        if (a && n.internal_object() == filter_node)
+            filter_bits |= name_bits(utf8_name);
         return a;
     }
 
@@ -212,6 +285,23 @@ struct COXMLDocumentData {
         table[i] = Slot{handle, node};
         ++table_count;
         return node;
+    }
+
+    // The node objects of many elements of the tree, none the document itself, appended to out.
+    // The table is grown first, so that the slot of an element further on can be fetched into
+    // the cache while the present one is looked up: the table is large and each slot a miss.
+    void wrap_elements(const std::vector<pugi::xml_node_struct*>& elements, std::vector<COXMLNode*>& out)
+    {
+        while ((table_count + elements.size() + 1) * 2 > table.size())
+            grow_table();
+        out.reserve(out.size() + elements.size());
+        const std::size_t ahead = 8;
+        const std::size_t mask = table.size() - 1;
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            if (i + ahead < elements.size())
+                __builtin_prefetch(&table[hash(elements[i + ahead]) & mask]);
+            out.push_back(lookup(elements[i], false));
+        }
     }
 
     COXMLNode* wrap(pugi::xml_node n)

@@ -435,9 +435,7 @@ void TreeBuilder::attribute(const std::string& name, const std::string& value)
     pugi::xml_node n(static_cast<pugi::xml_node_struct*>(current_));
     if (name.compare(0, 5, "xmlns") == 0)
         d.namespaces = true;
-    pugi::xml_attribute a = d.find_attribute(n, name.c_str(), true);
-    if (!a)
-        a = d.append_attribute(n, name.c_str());
+    pugi::xml_attribute a = d.attribute_for_writing(n, name.c_str());
     a.set_value(value.c_str());
 }
 

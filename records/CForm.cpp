@@ -7,16 +7,14 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "records/AttributeLists.h"
+#include "records/PackedText.h"
 
 // The fields of one run through the viewer; only the result code and the printed result are
 // kept in the document.
 struct CForm::Record {
-    std::string prior_exml_location;  // relative form
-    std::string payer_kind_string;
-    std::string form_dir;
-    std::string form_set;
-    std::string viewer_result_code;
-    std::string paper_warning;
+    // The prior EXML location in relative form.
+    enum Text { PRIOR_EXML_LOCATION, PAYER_KIND, FORM_DIR, FORM_SET, VIEWER_RESULT_CODE, PAPER_WARNING, TEXTS };
+    PackedText<TEXTS> text;
     int task_number = 0;
     int employee_count = 0;
     bool result_printed = false;
@@ -42,7 +40,7 @@ CForm::CForm(COXMLNode* node) : CFormBase(node), m_form(new Record)
 {
     if (node == nullptr)
         return;
-    m_form->viewer_result_code = node->getAttribute("ViewerResultCode");
+    m_form->text.set(Record::VIEWER_RESULT_CODE, node->getAttribute("ViewerResultCode"));
     m_form->result_printed = AuditUtil::to_bool(node->getAttribute("ResultPrinted"));
 }
 
@@ -56,7 +54,7 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = CFormBase::create_xml_node(document, "Form");
     if (element == nullptr)
         return nullptr;
-    element->setAttribute("ViewerResultCode", m_form->viewer_result_code.c_str());
+    element->setAttribute("ViewerResultCode", m_form->text.c_str(Record::VIEWER_RESULT_CODE));
     element->setAttribute("ResultPrinted", AuditUtil::to_string(m_form->result_printed).c_str());
     return element;
 }
@@ -64,7 +62,7 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
 attributeDicList CForm::getAndFillMap() const
 {
     const std::string values[] = {
-        m_form->viewer_result_code,
+        m_form->text.get(Record::VIEWER_RESULT_CODE),
         AuditUtil::to_string(m_form->result_printed),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM);
@@ -75,31 +73,31 @@ attributeDicList CForm::getAndFillMap() const
 
 std::string CForm::get_prior_exml_location() const
 {
-    return CPathHandling::convert_path_to_absolute(m_form->prior_exml_location.c_str());
+    return CPathHandling::convert_path_to_absolute(m_form->text.c_str(Record::PRIOR_EXML_LOCATION));
 }
 void CForm::set_prior_exml_location(const std::string& path) const
 {
-    m_form->prior_exml_location = CPathHandling::convert_path_to_relative(path.c_str());
+    m_form->text.set(Record::PRIOR_EXML_LOCATION, CPathHandling::convert_path_to_relative(path.c_str()));
 }
 
-std::string CForm::get_payer_kind_string() const { return m_form->payer_kind_string; }
-void CForm::set_payer_kind_string(const std::string& kind) const { m_form->payer_kind_string = kind; }
+std::string CForm::get_payer_kind_string() const { return m_form->text.get(Record::PAYER_KIND); }
+void CForm::set_payer_kind_string(const std::string& kind) const { m_form->text.set(Record::PAYER_KIND, kind); }
 
-std::string CForm::get_form_dir() const { return m_form->form_dir; }
+std::string CForm::get_form_dir() const { return m_form->text.get(Record::FORM_DIR); }
 void CForm::set_form_dir(const std::string& dir) const
 {
     if (!dir.empty())
-        m_form->form_dir = dir;
+        m_form->text.set(Record::FORM_DIR, dir);
 }
 
-std::string CForm::get_form_set() const { return m_form->form_set; }
-void CForm::set_form_set(const std::string& set) const { m_form->form_set = set; }
+std::string CForm::get_form_set() const { return m_form->text.get(Record::FORM_SET); }
+void CForm::set_form_set(const std::string& set) const { m_form->text.set(Record::FORM_SET, set); }
 
-std::string CForm::get_viewer_result_code() const { return m_form->viewer_result_code; }
-void CForm::set_viewer_result_code(const std::string& code) const { m_form->viewer_result_code = code; }
+std::string CForm::get_viewer_result_code() const { return m_form->text.get(Record::VIEWER_RESULT_CODE); }
+void CForm::set_viewer_result_code(const std::string& code) const { m_form->text.set(Record::VIEWER_RESULT_CODE, code); }
 
-std::string CForm::get_paper_warning() const { return m_form->paper_warning; }
-void CForm::set_paper_warning(const std::string& warning) const { m_form->paper_warning = warning; }
+std::string CForm::get_paper_warning() const { return m_form->text.get(Record::PAPER_WARNING); }
+void CForm::set_paper_warning(const std::string& warning) const { m_form->text.set(Record::PAPER_WARNING, warning); }
 
 int CForm::get_task_number() const { return m_form->task_number; }
 void CForm::set_task_number(int number) const { m_form->task_number = number; }

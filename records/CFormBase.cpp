@@ -8,6 +8,7 @@
 
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
+#include "records/PackedText.h"
 
 struct CFormBase::Record {
     Vellument::FORM_TYPE type = Vellument::FORM_TYPE_UNKNOWN;
@@ -15,13 +16,9 @@ struct CFormBase::Record {
     Vellument::FORM_COMPLETION completion = Vellument::FORM_COMPLETION_APPEND;
     int krf_filter_number = 0;
     int krf_filter_number_2 = 0;
-    std::string form_name;
-    std::string description;
-    std::string location;       // relative form
-    std::string exml_location;  // relative form
-    std::string krf_db_path;
-    std::string krf_version;
-    std::string divider_form;
+    // Paths of the output in relative form.
+    enum Text { DESCRIPTION, LOCATION, EXML_LOCATION, FORM_NAME, KRF_DB_PATH, KRF_VERSION, DIVIDER_FORM, TEXTS };
+    PackedText<TEXTS> text;
 };
 
 namespace {
@@ -31,9 +28,9 @@ std::string to_relative(const std::string& path)
     return CPathHandling::convert_path_to_relative(path.c_str());
 }
 
-std::string to_absolute(const std::string& path)
+std::string to_absolute(const char* path)
 {
-    return CPathHandling::convert_path_to_absolute(path.c_str());
+    return CPathHandling::convert_path_to_absolute(path);
 }
 
 } // namespace
@@ -58,16 +55,18 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
     // Read in the order written: the attribute search resumes after the last one found.
     m_base->type = Vellument::Text::string_to_form_type(node->getAttribute("Type"));
     m_base->flags = Vellument::Text::string_to_form_flags(node->getAttribute("Flags"));
-    m_base->description = node->getAttribute("Description");
+    std::string texts[Record::TEXTS];
+    texts[Record::DESCRIPTION] = node->getAttribute("Description");
     // One conversion suffices: a relative path converts to itself.
-    m_base->location = CPathHandling::convert_path_to_relative(node->getAttribute("Location"));
-    m_base->exml_location = CPathHandling::convert_path_to_relative(node->getAttribute("EXMLLocation"));
-    m_base->form_name = node->getAttribute("Form_Name");
-    m_base->krf_db_path = node->getAttribute("KRF_DB_Path");
-    m_base->krf_version = node->getAttribute("KRFVersion");
+    texts[Record::LOCATION] = CPathHandling::convert_path_to_relative(node->getAttribute("Location"));
+    texts[Record::EXML_LOCATION] = CPathHandling::convert_path_to_relative(node->getAttribute("EXMLLocation"));
+    texts[Record::FORM_NAME] = node->getAttribute("Form_Name");
+    texts[Record::KRF_DB_PATH] = node->getAttribute("KRF_DB_Path");
+    texts[Record::KRF_VERSION] = node->getAttribute("KRFVersion");
     m_base->krf_filter_number = AuditUtil::to_int(node->getAttribute("KRFFilter_Number"));
     m_base->krf_filter_number_2 = AuditUtil::to_int(node->getAttribute("KRFFilter_Number2"));
-    m_base->divider_form = node->getAttribute("Divider_Form");
+    texts[Record::DIVIDER_FORM] = node->getAttribute("Divider_Form");
+    m_base->text.assign(texts);
 }
 
 CFormBase::~CFormBase()
@@ -85,15 +84,15 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
     element->setAttribute("Type", get_type_string().c_str());
     element->setAttribute("Flags", get_flags_string().c_str());
     element->setAttribute("Completion", get_completion_string().c_str());
-    element->setAttribute("Description", m_base->description.c_str());
+    element->setAttribute("Description", m_base->text.c_str(Record::DESCRIPTION));
     element->setAttribute("Location", get_location().c_str());
     element->setAttribute("EXMLLocation", get_exml_location().c_str());
-    element->setAttribute("Form_Name", m_base->form_name.c_str());
-    element->setAttribute("KRF_DB_Path", m_base->krf_db_path.c_str());
-    element->setAttribute("KRFVersion", m_base->krf_version.c_str());
+    element->setAttribute("Form_Name", m_base->text.c_str(Record::FORM_NAME));
+    element->setAttribute("KRF_DB_Path", m_base->text.c_str(Record::KRF_DB_PATH));
+    element->setAttribute("KRFVersion", m_base->text.c_str(Record::KRF_VERSION));
     element->setAttribute("KRFFilter_Number", AuditUtil::to_string(m_base->krf_filter_number).c_str());
     element->setAttribute("KRFFilter_Number2", AuditUtil::to_string(m_base->krf_filter_number_2).c_str());
-    element->setAttribute("Divider_Form", m_base->divider_form.c_str());
+    element->setAttribute("Divider_Form", m_base->text.c_str(Record::DIVIDER_FORM));
     return element;
 }
 
@@ -103,15 +102,15 @@ attributeDicList CFormBase::getAndFillMapBase() const
         get_type_string(),
         get_flags_string(),
         get_completion_string(),
-        m_base->description,
+        m_base->text.get(Record::DESCRIPTION),
         get_location(),
         get_exml_location(),
-        m_base->form_name,
-        m_base->krf_db_path,
-        m_base->krf_version,
+        m_base->text.get(Record::FORM_NAME),
+        m_base->text.get(Record::KRF_DB_PATH),
+        m_base->text.get(Record::KRF_VERSION),
         AuditUtil::to_string(m_base->krf_filter_number),
         AuditUtil::to_string(m_base->krf_filter_number_2),
-        m_base->divider_form,
+        m_base->text.get(Record::DIVIDER_FORM),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM_BASE);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
@@ -134,23 +133,23 @@ std::string CFormBase::get_completion_string() const
     return Vellument::Text::completion_to_string(m_base->completion);
 }
 
-std::string CFormBase::get_form_name() const { return m_base->form_name; }
-void CFormBase::set_form_name(const std::string& name) const { m_base->form_name = name; }
+std::string CFormBase::get_form_name() const { return m_base->text.get(Record::FORM_NAME); }
+void CFormBase::set_form_name(const std::string& name) const { m_base->text.set(Record::FORM_NAME, name); }
 
-std::string CFormBase::get_description() const { return m_base->description; }
-void CFormBase::set_description(const std::string& description) const { m_base->description = description; }
+std::string CFormBase::get_description() const { return m_base->text.get(Record::DESCRIPTION); }
+void CFormBase::set_description(const std::string& description) const { m_base->text.set(Record::DESCRIPTION, description); }
 
-std::string CFormBase::get_location() const { return to_absolute(m_base->location); }
-void CFormBase::set_location(const std::string& path) const { m_base->location = to_relative(path); }
+std::string CFormBase::get_location() const { return to_absolute(m_base->text.c_str(Record::LOCATION)); }
+void CFormBase::set_location(const std::string& path) const { m_base->text.set(Record::LOCATION, to_relative(path)); }
 
-std::string CFormBase::get_exml_location() const { return to_absolute(m_base->exml_location); }
-void CFormBase::set_exml_location(const std::string& path) const { m_base->exml_location = to_relative(path); }
+std::string CFormBase::get_exml_location() const { return to_absolute(m_base->text.c_str(Record::EXML_LOCATION)); }
+void CFormBase::set_exml_location(const std::string& path) const { m_base->text.set(Record::EXML_LOCATION, to_relative(path)); }
 
-std::string CFormBase::get_krf_db_path() const { return m_base->krf_db_path; }
-void CFormBase::set_krf_db_path(const std::string& path) const { m_base->krf_db_path = path; }
+std::string CFormBase::get_krf_db_path() const { return m_base->text.get(Record::KRF_DB_PATH); }
+void CFormBase::set_krf_db_path(const std::string& path) const { m_base->text.set(Record::KRF_DB_PATH, path); }
 
-std::string CFormBase::get_krf_version() const { return m_base->krf_version; }
-void CFormBase::set_krf_version(const std::string& version) const { m_base->krf_version = version; }
+std::string CFormBase::get_krf_version() const { return m_base->text.get(Record::KRF_VERSION); }
+void CFormBase::set_krf_version(const std::string& version) const { m_base->text.set(Record::KRF_VERSION, version); }
 
 int CFormBase::get_krf_filter_number() const { return m_base->krf_filter_number; }
 void CFormBase::set_krf_filter_number(int number) const { m_base->krf_filter_number = number; }
@@ -158,5 +157,5 @@ void CFormBase::set_krf_filter_number(int number) const { m_base->krf_filter_num
 int CFormBase::get_krf_filter_number_2() const { return m_base->krf_filter_number_2; }
 void CFormBase::set_krf_filter_number_2(int number) const { m_base->krf_filter_number_2 = number; }
 
-std::string CFormBase::get_divider_form() const { return m_base->divider_form; }
-void CFormBase::set_divider_form(const std::string& divider) const { m_base->divider_form = divider; }
+std::string CFormBase::get_divider_form() const { return m_base->text.get(Record::DIVIDER_FORM); }
+void CFormBase::set_divider_form(const std::string& divider) const { m_base->text.set(Record::DIVIDER_FORM, divider); }
