@@ -6,7 +6,6 @@
 #include "toolkit/CkXml_Tree.h"
 
 #include <cstring>
-#include <iterator>
 
 namespace ckxml {
 namespace {
@@ -85,43 +84,44 @@ const char* findChar(const char* p, const char* end, char c)
     return hit ? hit : end;
 }
 
-void replaceAll(std::string& text, const char* from, const char* to)
-{
-    std::size_t pos = text.find(from);
-    if (pos == std::string::npos)
-        return;
-    const std::size_t fromLength = std::strlen(from);
-    std::string out;
-    out.reserve(text.size());
-    std::size_t last = 0;
-    while (pos != std::string::npos) {
-        out.append(text, last, pos - last);
-        out.append(to);
-        last = pos + fromLength;
-        pos = text.find(from, last);
-    }
-    out.append(text, last, std::string::npos);
-    text.swap(out);
-}
+// The references that attribute values are held without, each with its character. Values are
+// held resolved: "&amp;" is undone in the same pass as the others, so "&amp;lt;" comes out as
+// "&lt;". Every other reference stays as it stands.
+struct Reference {
+    const char* name;  // behind the "&"
+    std::size_t length;
+    char c;
+};
+const Reference kValueReferences[] = {{"#x9;", 4, '\t'}, {"#xA;", 4, '\n'}, {"#xD;", 4, '\r'}, {"lt;", 3, '<'},
+                                      {"gt;", 3, '>'},    {"quot;", 5, '"'}, {"apos;", 5, '\''}, {"amp;", 4, '&'}};
 
-// Attribute values are held resolved: the three white-space references first (only worth
-// looking for when there is a "#"), then the five predefined entities, "&amp;" last so that
-// "&amp;lt;" comes out as "&lt;". Every other reference stays as it stands.
-std::string attributeValue(const char* begin, const char* end)
+// The value with its references resolved, into the tree's memory. Resolving only shortens it.
+Text resolvedValue(TreeInfo& tree, const char* begin, const char* end)
 {
-    std::string value(begin, end);
-    if (value.find('&') == std::string::npos)
-        return value;
-    if (value.find('#') != std::string::npos) {
-        replaceAll(value, "&#x9;", "\t");
-        replaceAll(value, "&#xA;", "\n");
-        replaceAll(value, "&#xD;", "\r");
+    const std::size_t size = static_cast<std::size_t>(end - begin);
+    Text value;
+    value.data = tree.arena.chars(size);
+    value.capacity = size;
+    char* out = value.data;
+    for (const char* p = begin; p < end;) {
+        if (*p != '&') {
+            *out++ = *p++;
+            continue;
+        }
+        const char* name = p + 1;
+        char c = '&';
+        std::size_t skip = 1;
+        for (const Reference& r : kValueReferences) {
+            if (static_cast<std::size_t>(end - name) >= r.length && std::memcmp(name, r.name, r.length) == 0) {
+                c = r.c;
+                skip = r.length + 1;
+                break;
+            }
+        }
+        *out++ = c;
+        p += skip;
     }
-    replaceAll(value, "&lt;", "<");
-    replaceAll(value, "&gt;", ">");
-    replaceAll(value, "&quot;", "\"");
-    replaceAll(value, "&apos;", "'");
-    replaceAll(value, "&amp;", "&");
+    value.size = static_cast<std::size_t>(out - value.data);
     return value;
 }
 
@@ -133,31 +133,48 @@ inline bool keptInName(unsigned char c)
            c == '-' || c == '_' || c == ':' || c == '!';
 }
 
-std::string cleanAttributeName(const char* begin, const char* end)
+inline bool needsPrefix(char c)
+{
+    return (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+Text cleanAttributeName(TreeInfo& tree, const char* begin, const char* end)
 {
     const char* p = begin;
     while (p < end && keptInName(static_cast<unsigned char>(*p)))
         ++p;
-    if (p == end && begin < end && !((*begin >= '0' && *begin <= '9') || *begin == '-' || *begin == '.'))
-        return std::string(begin, end);
-    std::string name;
-    name.reserve(static_cast<std::size_t>(end - begin) + 1);
+    if (p == end && begin < end && !needsPrefix(*begin))
+        return tree.copy(std::string_view(begin, static_cast<std::size_t>(end - begin)));
+    Text name;
+    if (begin == end)
+        return name;
+    name.capacity = static_cast<std::size_t>(end - begin) + 1;
+    name.data = tree.arena.chars(name.capacity);
+    char* out = name.data + 1;  // room for the "A"
     for (const char* q = begin; q < end; ++q) {
         if (keptInName(static_cast<unsigned char>(*q)))
-            name.push_back(*q);
+            *out++ = *q;
     }
-    if (!name.empty() && ((name[0] >= '0' && name[0] <= '9') || name[0] == '-' || name[0] == '.'))
-        name.insert(name.begin(), 'A');
+    name.size = static_cast<std::size_t>(out - (name.data + 1));
+    if (name.size == 0)
+        return Text();
+    if (needsPrefix(name.data[1])) {
+        name.data[0] = 'A';
+        ++name.size;
+    } else {
+        ++name.data;
+        --name.capacity;
+    }
     return name;
 }
 
 // Reads one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
 // the closing quote of its kind; an unquoted one to the next quote of either kind. The closing
 // quote is consumed. Values are short as a rule: one pass finds the end and any reference.
-std::string readValue(const char*& p, const char* end)
+Text readValue(TreeInfo& tree, const char*& p, const char* end)
 {
     if (p >= end)
-        return std::string();
+        return Text();
     const char quote = (*p == '"' || *p == '\'') ? *p : '\0';
     const char* begin = quote != '\0' ? p + 1 : p;
     const char* close = begin;
@@ -178,7 +195,9 @@ std::string readValue(const char*& p, const char* end)
         ++close;
     }
     p = close < end ? close + 1 : end;
-    return reference ? attributeValue(begin, close) : std::string(begin, close);
+    if (reference)
+        return resolvedValue(tree, begin, close);
+    return tree.copy(std::string_view(begin, static_cast<std::size_t>(close - begin)));
 }
 
 class Parser {
@@ -220,10 +239,10 @@ private:
             --e;
         if (b == e || !rootNamed_)
             return;
-        std::string& content = current_->content;
+        Text& content = current_->content;
         if (!content.empty())
-            content.push_back(' ');
-        content.append(b, e);
+            tree_->append(content, " ");
+        tree_->append(content, std::string_view(b, static_cast<std::size_t>(e - b)));
         lastWasCdata_ = false;
     }
 
@@ -286,11 +305,11 @@ private:
         p_ = close < end_ ? close + 3 : end_;
         if (!rootNamed_)
             return;
-        std::string& content = current_->content;
+        Text& content = current_->content;
         // Sections that follow each other directly make one text.
         if (!content.empty() && !lastWasCdata_)
-            content.push_back(' ');
-        content.append(begin, close);
+            tree_->append(content, " ");
+        tree_->append(content, std::string_view(begin, static_cast<std::size_t>(close - begin)));
         current_->cdata = true;
         lastWasCdata_ = true;
     }
@@ -326,7 +345,7 @@ private:
 
     void declaration()
     {
-        AttributeSet& set = tree_->declaration;
+        DeclarationSet& set = tree_->declaration;
         set.clear();
         p_ += 5;
         while (p_ < end_) {
@@ -349,24 +368,24 @@ private:
             for (const char* q = nameBegin; q < p_; ++q)
                 if (*q != '"' && *q != '\'' && *q != '<')
                     name.push_back(*q);
-            std::string value = equalsAndValue();
+            const Text value = equalsAndValue();
             if (!name.empty())
-                set.emplace_back(std::move(name), std::move(value));
+                set.emplace_back(std::move(name), value.str());
         }
     }
 
     // Behind an attribute name: an "=" and a value, or nothing and an empty value.
-    std::string equalsAndValue()
+    Text equalsAndValue()
     {
         const char* q = p_;
         while (q < end_ && isWhite(*q))
             ++q;
         if (q >= end_ || *q != '=')
-            return std::string();
+            return Text();
         p_ = q + 1;
         while (p_ < end_ && isWhite(*p_))
             ++p_;
-        return readValue(p_, end_);
+        return readValue(*tree_, p_, end_);
     }
 
     bool startTag()
@@ -389,21 +408,23 @@ private:
             stray = true;
             ++q;
         }
-        std::string name(p_, stray ? p_ : q);
+        std::string_view name(p_, static_cast<std::size_t>(q - p_));
         if (stray) {
-            name.reserve(static_cast<std::size_t>(q - p_));
-            for (const char* r = p_; r < q; ++r)
-                if (*r != '<')
-                    name.push_back(*r);
+            char* kept = tree_->arena.chars(name.size());
+            std::size_t size = 0;
+            for (char c : name)
+                if (c != '<')
+                    kept[size++] = c;
+            name = std::string_view(kept, size);
         }
         p_ = q;
 
         if (!rootNamed_) {
-            root_->tag = std::move(name);
+            tree_->assign(root_->tag, name);
             rootNamed_ = true;
             element = root_;
         } else {
-            element = tree_->appendChild(current_, std::move(name));
+            element = tree_->appendChild(current_, name);
         }
         current_ = element;
 
@@ -427,22 +448,24 @@ private:
             const char* nameBegin = p_;
             while (p_ < end_ && !stopsAt(*p_, kEndsAttributeName))
                 ++p_;
-            std::string attributeName = cleanAttributeName(nameBegin, p_);
-            std::string value = equalsAndValue();
+            const Text attributeName = cleanAttributeName(*tree_, nameBegin, p_);
+            const Text value = equalsAndValue();
             // A name with nothing left after cleaning could not be written back.
             if (attributeName.empty())
                 continue;
-            scratch_.emplace_back(std::move(attributeName), std::move(value));
+            scratch_.push_back(Attribute{attributeName, value});
         }
         return true;
     }
 
-    // Attributes are gathered in a scratch list and moved over in one allocation of the right size.
+    // Attributes are gathered in a scratch list and copied over into an array of the right size.
     void takeAttributes(TreeNode* element)
     {
         if (scratch_.empty())
             return;
-        element->attributes.assign(std::make_move_iterator(scratch_.begin()), std::make_move_iterator(scratch_.end()));
+        tree_->reserve(element->attributes, scratch_.size());
+        std::memcpy(static_cast<void*>(element->attributes.items), scratch_.data(), scratch_.size() * sizeof(Attribute));
+        element->attributes.count = scratch_.size();
         scratch_.clear();
     }
 
@@ -453,7 +476,7 @@ private:
     TreeNode* current_ = nullptr;
     bool rootNamed_ = false;
     bool lastWasCdata_ = false;
-    AttributeSet scratch_;
+    std::vector<Attribute> scratch_;
 };
 
 } // namespace
