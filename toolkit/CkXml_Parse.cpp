@@ -100,8 +100,8 @@ Text resolvedValue(TreeInfo& tree, const char* begin, const char* end)
 {
     const std::size_t size = static_cast<std::size_t>(end - begin);
     Text value;
+    value.capacity = checkedSize(size);
     value.data = tree.arena.chars(size);
-    value.capacity = size;
     char* out = value.data;
     for (const char* p = begin; p < end;) {
         if (*p != '&') {
@@ -121,7 +121,7 @@ Text resolvedValue(TreeInfo& tree, const char* begin, const char* end)
         *out++ = c;
         p += skip;
     }
-    value.size = static_cast<std::size_t>(out - value.data);
+    value.size = static_cast<Size>(out - value.data);
     return value;
 }
 
@@ -148,14 +148,14 @@ Text cleanAttributeName(TreeInfo& tree, const char* begin, const char* end)
     Text name;
     if (begin == end)
         return name;
-    name.capacity = static_cast<std::size_t>(end - begin) + 1;
+    name.capacity = checkedSize(static_cast<std::size_t>(end - begin) + 1);
     name.data = tree.arena.chars(name.capacity);
     char* out = name.data + 1;  // room for the "A"
     for (const char* q = begin; q < end; ++q) {
         if (keptInName(static_cast<unsigned char>(*q)))
             *out++ = *q;
     }
-    name.size = static_cast<std::size_t>(out - (name.data + 1));
+    name.size = static_cast<Size>(out - (name.data + 1));
     if (name.size == 0)
         return Text();
     if (needsPrefix(name.data[1])) {
@@ -465,7 +465,7 @@ private:
             return;
         tree_->reserve(element->attributes, scratch_.size());
         std::memcpy(static_cast<void*>(element->attributes.items), scratch_.data(), scratch_.size() * sizeof(Attribute));
-        element->attributes.count = scratch_.size();
+        element->attributes.count = static_cast<Size>(scratch_.size());
         scratch_.clear();
     }
 

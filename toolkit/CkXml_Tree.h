@@ -69,11 +69,23 @@ private:
     std::size_t blockSize_ = 0;
 };
 
+// Sizes in the tree are 32 bits wide, which keeps its nodes small; a text or list that would
+// outgrow them is refused like memory that runs out.
+typedef std::uint32_t Size;
+const std::size_t kMaxSize = 0xFFFFFFFFu;
+
+inline Size checkedSize(std::size_t size)
+{
+    if (size > kMaxSize)
+        throw std::bad_alloc();
+    return static_cast<Size>(size);
+}
+
 // Text of the tree, in its arena. Empty means none.
 struct Text {
     char* data = nullptr;
-    std::size_t size = 0;
-    std::size_t capacity = 0;
+    Size size = 0;
+    Size capacity = 0;
 
     std::string_view view() const { return std::string_view(data, size); }
     std::string str() const { return std::string(data, size); }
@@ -84,8 +96,8 @@ struct Text {
 template <class T>
 struct List {
     T* items = nullptr;
-    std::size_t count = 0;
-    std::size_t capacity = 0;
+    Size count = 0;
+    Size capacity = 0;
 
     std::size_t size() const { return count; }
     bool empty() const { return count == 0; }
@@ -149,9 +161,9 @@ struct TreeInfo {
         Text t;
         if (s.empty())
             return t;
+        t.size = t.capacity = checkedSize(s.size());
         t.data = arena.chars(s.size());
         std::memcpy(t.data, s.data(), s.size());
-        t.size = t.capacity = s.size();
         return t;
     }
     // Replaces the text, in its own room when it fits.
@@ -163,15 +175,14 @@ struct TreeInfo {
         }
         if (!s.empty())
             std::memmove(t.data, s.data(), s.size());
-        t.size = s.size();
+        t.size = static_cast<Size>(s.size());
     }
     // Room doubles, so that text joined piece by piece costs linear time and space.
     void append(Text& t, std::string_view s)
     {
         if (s.size() > t.capacity - t.size) {
-            std::size_t capacity = std::max(t.capacity * 2, t.size + s.size());
-            if (capacity < t.size)
-                throw std::bad_alloc();
+            const Size needed = checkedSize(std::size_t(t.size) + s.size());
+            const Size capacity = std::max(static_cast<Size>(std::min<std::size_t>(std::size_t(t.capacity) * 2, kMaxSize)), needed);
             char* data = arena.chars(capacity);
             if (t.size != 0)
                 std::memcpy(data, t.data, t.size);
@@ -180,7 +191,7 @@ struct TreeInfo {
         }
         if (!s.empty())
             std::memcpy(t.data + t.size, s.data(), s.size());
-        t.size += s.size();
+        t.size += static_cast<Size>(s.size());
     }
 
     template <class T>
@@ -188,17 +199,18 @@ struct TreeInfo {
     {
         if (capacity <= list.capacity)
             return;
-        T* items = arena.array<T>(capacity);
+        const Size checked = checkedSize(capacity);
+        T* items = arena.array<T>(checked);
         if (list.count != 0)
             std::memcpy(static_cast<void*>(items), static_cast<const void*>(list.items), list.count * sizeof(T));
         list.items = items;
-        list.capacity = capacity;
+        list.capacity = checked;
     }
     template <class T>
     void push(List<T>& list, const T& item)
     {
         if (list.count == list.capacity)
-            reserve(list, list.capacity < 2 ? 2 : list.capacity * 2);
+            reserve(list, list.capacity < 2 ? 2 : std::size_t(list.capacity) * 2);
         list.items[list.count++] = item;
     }
     // Inserts before position at; at or beyond the end appends.
@@ -210,7 +222,7 @@ struct TreeInfo {
             return;
         }
         if (list.count == list.capacity)
-            reserve(list, list.capacity * 2);
+            reserve(list, std::size_t(list.capacity) * 2);
         std::memmove(static_cast<void*>(list.items + at + 1), static_cast<const void*>(list.items + at),
                      (list.count - at) * sizeof(T));
         list.items[at] = item;
