@@ -370,7 +370,7 @@ bool CkXml::AddAttribute(const char* name, const char* value)
         TreeInfo& tree = *m_impl->tree;
         // Elements built one attribute at a time mostly get several.
         tree.reserve(n->attributes, 8);
-        const ckxml::Attribute attribute{tree.copy(trimWhite(fromAnsi(name))), tree.copy(fromAnsi(value))};
+        const ckxml::Attribute attribute = tree.attribute(trimWhite(fromAnsi(name)), fromAnsi(value));
         tree.push(n->attributes, attribute);
     } catch (const std::bad_alloc&) {
         trail.message("Out of memory.");

@@ -139,9 +139,9 @@ void openElement(oxml::TreeBuilder& builder, const TreeNode* n)
 {
     builder.open(n->tag.empty() ? std::string("nothing") : xmlName(n->tag.view()));
     for (const ckxml::Attribute& a : n->attributes) {
-        const std::string name = xmlName(a.name.view());
+        const std::string name = xmlName(a.name());
         if (!name.empty())
-            builder.attribute(name, xmlText(a.value.view()));
+            builder.attribute(name, xmlText(a.value()));
     }
     if (!n->content.empty())
         builder.text(n->cdata ? xmlText(n->content.view()) : xmlText(resolveReferences(n->content.view())));

@@ -95,14 +95,11 @@ struct Reference {
 const Reference kValueReferences[] = {{"#x9;", 4, '\t'}, {"#xA;", 4, '\n'}, {"#xD;", 4, '\r'}, {"lt;", 3, '<'},
                                       {"gt;", 3, '>'},    {"quot;", 5, '"'}, {"apos;", 5, '\''}, {"amp;", 4, '&'}};
 
-// The value with its references resolved, into the tree's memory. Resolving only shortens it.
-Text resolvedValue(TreeInfo& tree, const char* begin, const char* end)
+// Writes the value with its references resolved to out, and gives its size. Resolving only
+// shortens it.
+std::size_t resolveInto(const char* begin, const char* end, char* out)
 {
-    const std::size_t size = static_cast<std::size_t>(end - begin);
-    Text value;
-    value.capacity = checkedSize(size);
-    value.data = tree.arena.chars(size);
-    char* out = value.data;
+    char* const start = out;
     for (const char* p = begin; p < end;) {
         if (*p != '&') {
             *out++ = *p++;
@@ -121,8 +118,7 @@ Text resolvedValue(TreeInfo& tree, const char* begin, const char* end)
         *out++ = c;
         p += skip;
     }
-    value.size = static_cast<Size>(out - value.data);
-    return value;
+    return static_cast<std::size_t>(out - start);
 }
 
 // Keeps bytes of 128 and above, ASCII letters and digits and ". - _ : !"; a name that would then
@@ -138,54 +134,67 @@ inline bool needsPrefix(char c)
     return (c >= '0' && c <= '9') || c == '-' || c == '.';
 }
 
-Text cleanAttributeName(TreeInfo& tree, const char* begin, const char* end)
+// Writes the cleaned name to out, which has room for one byte more than the raw name, and gives
+// its size; 0 when nothing is left of it.
+std::size_t cleanNameInto(const char* begin, const char* end, char* out)
 {
     const char* p = begin;
     while (p < end && keptInName(static_cast<unsigned char>(*p)))
         ++p;
-    if (p == end && begin < end && !needsPrefix(*begin))
-        return tree.copy(std::string_view(begin, static_cast<std::size_t>(end - begin)));
-    Text name;
-    if (begin == end)
-        return name;
-    name.capacity = checkedSize(static_cast<std::size_t>(end - begin) + 1);
-    name.data = tree.arena.chars(name.capacity);
-    char* out = name.data + 1;  // room for the "A"
+    if (p == end && begin < end && !needsPrefix(*begin)) {
+        copyBytes(out, begin, static_cast<std::size_t>(end - begin));
+        return static_cast<std::size_t>(end - begin);
+    }
+    std::size_t size = 0;
     for (const char* q = begin; q < end; ++q) {
         if (keptInName(static_cast<unsigned char>(*q)))
-            *out++ = *q;
+            out[1 + size++] = *q;
     }
-    name.size = static_cast<Size>(out - (name.data + 1));
-    if (name.size == 0)
-        return Text();
-    if (needsPrefix(name.data[1])) {
-        name.data[0] = 'A';
-        ++name.size;
-    } else {
-        ++name.data;
-        --name.capacity;
+    if (size == 0)
+        return 0;
+    if (needsPrefix(out[1])) {
+        out[0] = 'A';
+        return size + 1;
     }
-    return name;
+    std::memmove(out, out + 1, size);
+    return size;
 }
 
-// Reads one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
+// Where an attribute value stands in the text, and whether it has references to resolve.
+struct ValueSpan {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    bool reference = false;
+
+    std::size_t size() const { return static_cast<std::size_t>(end - begin); }
+    // The value as held, written to out (room for size()); gives its size.
+    std::size_t writeTo(char* out) const
+    {
+        if (reference)
+            return resolveInto(begin, end, out);
+        copyBytes(out, begin, size());
+        return size();
+    }
+};
+
+// Finds one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
 // the closing quote of its kind; an unquoted one to the next quote of either kind. The closing
 // quote is consumed. Values are short as a rule: one pass finds the end and any reference.
-Text readValue(TreeInfo& tree, const char*& p, const char* end)
+ValueSpan scanValue(const char*& p, const char* end)
 {
+    ValueSpan value;
     if (p >= end)
-        return Text();
+        return value;
     const char quote = (*p == '"' || *p == '\'') ? *p : '\0';
     const char* begin = quote != '\0' ? p + 1 : p;
     const char* close = begin;
-    bool reference = false;
     for (;;) {
         while (close < end && !stopsAt(*close, kEndsValue))
             ++close;
         if (close >= end)
             break;
         if (*close == '&') {
-            reference = true;
+            value.reference = true;
             ++close;
             continue;
         }
@@ -195,9 +204,9 @@ Text readValue(TreeInfo& tree, const char*& p, const char* end)
         ++close;
     }
     p = close < end ? close + 1 : end;
-    if (reference)
-        return resolvedValue(tree, begin, close);
-    return tree.copy(std::string_view(begin, static_cast<std::size_t>(close - begin)));
+    value.begin = begin;
+    value.end = close;
+    return value;
 }
 
 class Parser {
@@ -368,24 +377,26 @@ private:
             for (const char* q = nameBegin; q < p_; ++q)
                 if (*q != '"' && *q != '\'' && *q != '<')
                     name.push_back(*q);
-            const Text value = equalsAndValue();
+            const ValueSpan span = equalsAndValue();
+            std::string value(span.size(), '\0');
+            value.resize(span.writeTo(&value[0]));
             if (!name.empty())
-                set.emplace_back(std::move(name), value.str());
+                set.emplace_back(std::move(name), std::move(value));
         }
     }
 
     // Behind an attribute name: an "=" and a value, or nothing and an empty value.
-    Text equalsAndValue()
+    ValueSpan equalsAndValue()
     {
         const char* q = p_;
         while (q < end_ && isWhite(*q))
             ++q;
         if (q >= end_ || *q != '=')
-            return Text();
+            return ValueSpan();
         p_ = q + 1;
         while (p_ < end_ && isWhite(*p_))
             ++p_;
-        return readValue(*tree_, p_, end_);
+        return scanValue(p_, end_);
     }
 
     bool startTag()
@@ -448,12 +459,19 @@ private:
             const char* nameBegin = p_;
             while (p_ < end_ && !stopsAt(*p_, kEndsAttributeName))
                 ++p_;
-            const Text attributeName = cleanAttributeName(*tree_, nameBegin, p_);
-            const Text value = equalsAndValue();
-            // A name with nothing left after cleaning could not be written back.
-            if (attributeName.empty())
+            const char* nameEnd = p_;
+            const ValueSpan value = equalsAndValue();
+            const std::size_t rawName = static_cast<std::size_t>(nameEnd - nameBegin);
+            if (rawName == 0)
                 continue;
-            scratch_.push_back(Attribute{attributeName, value});
+            Attribute attribute;
+            attribute.data = tree_->arena.chars(rawName + 1 + value.size());
+            attribute.nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, attribute.data));
+            // A name with nothing left after cleaning could not be written back.
+            if (attribute.nameSize == 0)
+                continue;
+            attribute.valueSize = checkedSize(value.writeTo(attribute.data + attribute.nameSize));
+            scratch_.push_back(attribute);
         }
         return true;
     }

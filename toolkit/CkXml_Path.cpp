@@ -150,7 +150,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
             if (d->tag.view() != tag)
                 return false;
             for (const Attribute& a : d->attributes)
-                if (a.name.view() == name && a.value.view() == value)
+                if (a.name() == name && a.value() == value)
                     return true;
             return false;
         });

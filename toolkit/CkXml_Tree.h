@@ -106,10 +106,39 @@ struct List {
     T* end() const { return items + count; }
 };
 
+// The name and the value in one piece of the arena, the value right behind the name. Values are
+// held resolved.
 struct Attribute {
-    Text name;
-    Text value;  // held resolved
+    char* data = nullptr;
+    Size nameSize = 0;
+    Size valueSize = 0;
+
+    std::string_view name() const { return std::string_view(data, nameSize); }
+    std::string_view value() const { return std::string_view(data + nameSize, valueSize); }
 };
+
+// Small texts are the rule in a tree; copying them inline spares a call per text.
+inline void copyBytes(char* to, const char* from, std::size_t n)
+{
+    if (n > 16) {
+        std::memcpy(to, from, n);
+    } else if (n >= 8) {
+        std::uint64_t head, tail;
+        std::memcpy(&head, from, 8);
+        std::memcpy(&tail, from + n - 8, 8);
+        std::memcpy(to, &head, 8);
+        std::memcpy(to + n - 8, &tail, 8);
+    } else if (n >= 4) {
+        std::uint32_t head, tail;
+        std::memcpy(&head, from, 4);
+        std::memcpy(&tail, from + n - 4, 4);
+        std::memcpy(to, &head, 4);
+        std::memcpy(to + n - 4, &tail, 4);
+    } else {
+        for (std::size_t i = 0; i < n; ++i)
+            to[i] = from[i];
+    }
+}
 
 struct TreeNode {
     Text tag;
@@ -163,8 +192,18 @@ struct TreeInfo {
             return t;
         t.size = t.capacity = checkedSize(s.size());
         t.data = arena.chars(s.size());
-        std::memcpy(t.data, s.data(), s.size());
+        copyBytes(t.data, s.data(), s.size());
         return t;
+    }
+    Attribute attribute(std::string_view name, std::string_view value)
+    {
+        Attribute a;
+        a.nameSize = checkedSize(name.size());
+        a.valueSize = checkedSize(value.size());
+        a.data = arena.chars(std::size_t(a.nameSize) + a.valueSize);
+        copyBytes(a.data, name.data(), name.size());
+        copyBytes(a.data + a.nameSize, value.data(), value.size());
+        return a;
     }
     // Replaces the text, in its own room when it fits.
     void assign(Text& t, std::string_view s)

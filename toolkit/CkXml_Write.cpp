@@ -91,7 +91,7 @@ public:
         out_.push_back('<');
         appendTag(n);
         for (const Attribute& a : n->attributes)
-            appendAttribute(out_, a.name.view(), a.value.view());
+            appendAttribute(out_, a.name(), a.value());
         if (n->content.empty() && n->children.empty()) {
             out_ += "/>";
             lineEnd();
