@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+#include <sanitizer/asan_interface.h>
+
 namespace ckxml {
 namespace {
 
@@ -12,12 +14,16 @@ namespace {
 const std::size_t kFirstBlock = 512;
 const std::size_t kLargestBlock = std::size_t(1) << 20;
 
+// Bytes left poisoned behind every piece when the address sanitizer watches.
+const std::size_t kGuard = 16;
+
 } // namespace
 
 Arena::~Arena()
 {
     while (last_ != nullptr) {
         Block* previous = last_->previous;
+        ASAN_UNPOISON_MEMORY_REGION(last_, last_->bytes);
         std::free(last_);
         last_ = previous;
     }
@@ -35,6 +41,8 @@ void* Arena::allocateSlow(std::size_t size, std::size_t align)
         if (memory == nullptr)
             throw std::bad_alloc();
         Block* block = static_cast<Block*>(memory);
+        block->bytes = header + size + align;
+        ASAN_POISON_MEMORY_REGION(static_cast<char*>(memory) + header, size + align);
         if (last_ == nullptr) {
             block->previous = nullptr;
             last_ = block;
@@ -50,11 +58,22 @@ void* Arena::allocateSlow(std::size_t size, std::size_t align)
         throw std::bad_alloc();
     blockSize_ = nextSize;
     Block* block = static_cast<Block*>(memory);
+    block->bytes = nextSize;
+    ASAN_POISON_MEMORY_REGION(static_cast<char*>(memory) + header, nextSize - header);
     block->previous = last_;
     last_ = block;
     next_ = static_cast<char*>(memory) + header;
     end_ = static_cast<char*>(memory) + nextSize;
-    return allocate(size, align);
+    return bump(size, align);
+}
+
+void* Arena::allocateGuarded(std::size_t size, std::size_t align)
+{
+    if (size > static_cast<std::size_t>(-1) / 2)
+        throw std::bad_alloc();
+    void* p = bump(size + kGuard, std::max<std::size_t>(align, 8));
+    ASAN_UNPOISON_MEMORY_REGION(p, size);
+    return p;
 }
 
 } // namespace ckxml

@@ -19,6 +19,14 @@
 
 class CkXml;
 
+#if defined(__SANITIZE_ADDRESS__)
+#define VELLUMENT_CKXML_GUARDED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VELLUMENT_CKXML_GUARDED 1
+#endif
+#endif
+
 namespace ckxml {
 
 struct TreeInfo;
@@ -39,14 +47,11 @@ public:
     // Throws std::bad_alloc when memory runs out.
     void* allocate(std::size_t size, std::size_t align)
     {
-        const std::size_t pad = (align - (reinterpret_cast<std::uintptr_t>(next_) & (align - 1))) & (align - 1);
-        const std::size_t room = static_cast<std::size_t>(end_ - next_);
-        if (pad <= room && size <= room - pad) {
-            char* p = next_ + pad;
-            next_ = p + size;
-            return p;
-        }
-        return allocateSlow(size, align);
+#ifdef VELLUMENT_CKXML_GUARDED
+        return allocateGuarded(size, align);
+#else
+        return bump(size, align);
+#endif
     }
     char* chars(std::size_t size) { return static_cast<char*>(allocate(size, 1)); }
     template <class T>
@@ -58,10 +63,24 @@ public:
     }
 
 private:
+    void* bump(std::size_t size, std::size_t align)
+    {
+        const std::size_t pad = (align - (reinterpret_cast<std::uintptr_t>(next_) & (align - 1))) & (align - 1);
+        const std::size_t room = static_cast<std::size_t>(end_ - next_);
+        if (pad <= room && size <= room - pad) {
+            char* p = next_ + pad;
+            next_ = p + size;
+            return p;
+        }
+        return allocateSlow(size, align);
+    }
     void* allocateSlow(std::size_t size, std::size_t align);
+    // Under the address sanitizer every piece is fenced off, so that writing past one is caught.
+    void* allocateGuarded(std::size_t size, std::size_t align);
 
     struct Block {
         Block* previous;
+        std::size_t bytes;
     };
     Block* last_ = nullptr;
     char* next_ = nullptr;
