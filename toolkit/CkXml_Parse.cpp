@@ -20,6 +20,7 @@ enum : unsigned char {
     kEndsTagName = 1,        // blank, "/", ">", and "<", which the name leaves out
     kEndsAttributeName = 2,  // blank, "=", "/", ">"
     kEndsValue = 4,          // either quote, and "&", which needs resolving
+    kKeptInName = 8,         // bytes that a cleaned attribute name keeps
 };
 
 // Made at compile time: no parse can run before it is ready.
@@ -33,6 +34,12 @@ struct StopTable {
         bits[static_cast<unsigned char>('=')] |= kEndsAttributeName;
         for (unsigned char c : {'"', '\'', '&'})
             bits[c] |= kEndsValue;
+        // Bytes of 128 and above, ASCII letters and digits and ". - _ : !".
+        for (int c = 0; c < 256; ++c) {
+            if (c >= 128 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                c == '-' || c == '_' || c == ':' || c == '!')
+                bits[c] |= kKeptInName;
+        }
     }
 };
 
@@ -121,12 +128,11 @@ std::size_t resolveInto(const char* begin, const char* end, char* out)
     return static_cast<std::size_t>(out - start);
 }
 
-// Keeps bytes of 128 and above, ASCII letters and digits and ". - _ : !"; a name that would then
-// begin with a digit, "-" or "." gets an "A" in front.
-inline bool keptInName(unsigned char c)
+// A cleaned name keeps only some bytes, and one that would then begin with a digit, "-" or "."
+// gets an "A" in front.
+inline bool keptInName(char c)
 {
-    return c >= 128 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_' || c == ':' || c == '!';
+    return (kStops.bits[static_cast<unsigned char>(c)] & kKeptInName) != 0;
 }
 
 inline bool needsPrefix(char c)
@@ -139,7 +145,7 @@ inline bool needsPrefix(char c)
 std::size_t cleanNameInto(const char* begin, const char* end, char* out)
 {
     const char* p = begin;
-    while (p < end && keptInName(static_cast<unsigned char>(*p)))
+    while (p < end && keptInName(*p))
         ++p;
     if (p == end && begin < end && !needsPrefix(*begin)) {
         copyBytes(out, begin, static_cast<std::size_t>(end - begin));
@@ -147,7 +153,7 @@ std::size_t cleanNameInto(const char* begin, const char* end, char* out)
     }
     std::size_t size = 0;
     for (const char* q = begin; q < end; ++q) {
-        if (keptInName(static_cast<unsigned char>(*q)))
+        if (keptInName(*q))
             out[1 + size++] = *q;
     }
     if (size == 0)
@@ -238,15 +244,19 @@ private:
     // outside the root element has no element to go to and is dropped.
     void text()
     {
-        const char* stop = findChar(p_, end_, '<');
+        // Mostly there is only the white space of indentation between two tags.
         const char* b = p_;
-        const char* e = stop;
-        p_ = stop;
-        while (b < e && isWhite(*b))
+        while (b < end_ && isWhite(*b))
             ++b;
+        if (b >= end_ || *b == '<') {
+            p_ = b;
+            return;
+        }
+        const char* e = findChar(b, end_, '<');
+        p_ = e;
         while (e > b && isWhite(e[-1]))
             --e;
-        if (b == e || !rootNamed_)
+        if (!rootNamed_)
             return;
         Text& content = current_->content;
         if (!content.empty())
