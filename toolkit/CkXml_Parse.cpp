@@ -474,14 +474,17 @@ private:
             const std::size_t rawName = static_cast<std::size_t>(nameEnd - nameBegin);
             if (rawName == 0)
                 continue;
-            Attribute attribute;
-            attribute.data = tree_->arena.chars(rawName + 1 + value.size());
-            attribute.nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, attribute.data));
+            char* data = tree_->arena.chars(rawName + 1 + value.size());
+            const Size nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, data));
             // A name with nothing left after cleaning could not be written back.
-            if (attribute.nameSize == 0)
+            if (nameSize == 0)
                 continue;
-            attribute.valueSize = checkedSize(value.writeTo(attribute.data + attribute.nameSize));
-            scratch_.push_back(attribute);
+            const Size valueSize = checkedSize(value.writeTo(data + nameSize));
+            scratch_.emplace_back();
+            Attribute& attribute = scratch_.back();
+            attribute.data = data;
+            attribute.nameSize = nameSize;
+            attribute.valueSize = valueSize;
         }
         return true;
     }

@@ -191,7 +191,7 @@ struct TreeInfo {
 
     TreeNode* newNode(std::string_view tag, TreeNode* parent)
     {
-        TreeNode* n = new (arena.allocate(sizeof(TreeNode), alignof(TreeNode))) TreeNode();
+        TreeNode* n = new (arena.allocate(sizeof(TreeNode), alignof(TreeNode))) TreeNode;
         n->tag = copy(tag);
         n->parent = parent;
         n->tree = this;
