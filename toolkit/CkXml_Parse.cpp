@@ -141,13 +141,10 @@ inline bool needsPrefix(char c)
 }
 
 // Writes the cleaned name to out, which has room for one byte more than the raw name, and gives
-// its size; 0 when nothing is left of it.
-std::size_t cleanNameInto(const char* begin, const char* end, char* out)
+// its size; 0 when nothing is left of it. allKept says the name has no byte to remove.
+std::size_t cleanNameInto(const char* begin, const char* end, bool allKept, char* out)
 {
-    const char* p = begin;
-    while (p < end && keptInName(*p))
-        ++p;
-    if (p == end && begin < end && !needsPrefix(*begin)) {
+    if (allKept && begin < end && !needsPrefix(*begin)) {
         copyBytes(out, begin, static_cast<std::size_t>(end - begin));
         return static_cast<std::size_t>(end - begin);
     }
@@ -466,7 +463,12 @@ private:
                 }
                 continue;
             }
+            // None of the bytes that end a name is kept in one, so a clean name ends where the
+            // kept bytes do.
             const char* nameBegin = p_;
+            while (p_ < end_ && keptInName(*p_))
+                ++p_;
+            const bool allKept = p_ >= end_ || stopsAt(*p_, kEndsAttributeName);
             while (p_ < end_ && !stopsAt(*p_, kEndsAttributeName))
                 ++p_;
             const char* nameEnd = p_;
@@ -475,7 +477,7 @@ private:
             if (rawName == 0)
                 continue;
             char* data = tree_->arena.chars(rawName + 1 + value.size());
-            const Size nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, data));
+            const Size nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, allKept, data));
             // A name with nothing left after cleaning could not be written back.
             if (nameSize == 0)
                 continue;
