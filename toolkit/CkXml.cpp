@@ -250,8 +250,8 @@ const char* CkXml::GetChildContent(const char* path)
     }
     m_impl->finish(trail, true);
     // CDATA holds its text raw; other content still has its references.
-    const std::string content = n->cdata ? n->content : ckxml::resolveFive(n->content);
-    return m_impl->result(toAnsi(content));
+    std::string content = n->cdata ? n->content.str() : ckxml::resolveFive(n->content.view());
+    return m_impl->result(toAnsi(std::move(content)));
 }
 
 const char* CkXml::GetXml()
@@ -323,7 +323,7 @@ const char* CkXml::tag()
         return nullptr;
     }
     std::lock_guard<std::mutex> treeGuard(m_impl->tree->lock);
-    return m_impl->result(Ostrel::Format::Utf8ToAnsi(m_impl->node->tag));
+    return m_impl->result(Ostrel::Format::Utf8ToAnsi(m_impl->node->tag.data, m_impl->node->tag.size));
 }
 
 void CkXml::put_Tag(const char* tag)
@@ -336,7 +336,12 @@ void CkXml::put_Tag(const char* tag)
         return;
     }
     std::lock_guard<std::mutex> treeGuard(m_impl->tree->lock);
-    m_impl->node->tag = fromAnsi(tag);
+    try {
+        m_impl->tree->assign(m_impl->node->tag, fromAnsi(tag));
+    } catch (const std::bad_alloc&) {
+        trail.message("Out of memory.");
+        m_impl->finish(trail, false);
+    }
 }
 
 int CkXml::get_NumChildren()
@@ -362,10 +367,11 @@ bool CkXml::AddAttribute(const char* name, const char* value)
     std::lock_guard<std::mutex> treeGuard(m_impl->tree->lock);
     try {
         TreeNode* n = m_impl->node;
+        TreeInfo& tree = *m_impl->tree;
         // Elements built one attribute at a time mostly get several.
-        if (n->attributes.empty())
-            n->attributes.reserve(8);
-        n->attributes.emplace_back(trimWhite(fromAnsi(name)), fromAnsi(value));
+        tree.reserve(n->attributes, 8);
+        const ckxml::Attribute attribute = tree.attribute(trimWhite(fromAnsi(name)), fromAnsi(value));
+        tree.push(n->attributes, attribute);
     } catch (const std::bad_alloc&) {
         trail.message("Out of memory.");
         return m_impl->finish(trail, false);
@@ -401,7 +407,7 @@ CkXml* CkXml::NewChild(const char* tag, const char* content)
             }
         }
         TreeNode* child = m_impl->tree->appendChild(parent, ckxml::cleanNewTag(name));
-        child->content = escapeContent(fromAnsi(content));
+        child->content = m_impl->tree->copy(escapeContent(fromAnsi(content)));
         CkXml* cursor = m_impl->cursorOn(child);
         m_impl->finish(trail, true);
         return cursor;
@@ -427,12 +433,9 @@ CkXml* CkXml::NewChildAfter(int index, const char* tag, const char* content)
     try {
         TreeNode* parent = m_impl->node;
         TreeNode* child = m_impl->tree->newNode(ckxml::cleanNewTag(fromAnsi(tag)), parent);
-        child->content = escapeContent(fromAnsi(content));
+        child->content = m_impl->tree->copy(escapeContent(fromAnsi(content)));
         const std::size_t at = static_cast<std::size_t>(index < 0 ? 0 : index) + 1;
-        if (at >= parent->children.size())
-            parent->children.push_back(child);
-        else
-            parent->children.insert(parent->children.begin() + static_cast<std::ptrdiff_t>(at), child);
+        m_impl->tree->insert(parent->children, at, child);
         CkXml* cursor = m_impl->cursorOn(child);
         m_impl->finish(trail, true);
         return cursor;

@@ -27,7 +27,7 @@ namespace {
 
 // One character of UTF-8 text at i, and its length. A byte that doesn't start a valid sequence
 // is read as a code page byte, as the interface's conversions read it.
-std::size_t decodeChar(const std::string& s, std::size_t i, char32_t& c)
+std::size_t decodeChar(std::string_view s, std::size_t i, char32_t& c)
 {
     std::size_t n = Ostrel::Format::DecodeUtf8(s.data(), s.size(), i, c);
     if (n > 0)
@@ -38,7 +38,7 @@ std::size_t decodeChar(const std::string& s, std::size_t i, char32_t& c)
 
 // An XML name: characters that can't stand in a name become "_", and a name that can't start
 // as it is gets "_" in front.
-std::string xmlName(const std::string& utf8)
+std::string xmlName(std::string_view utf8)
 {
     std::string out;
     bool first = true;
@@ -58,7 +58,7 @@ std::string xmlName(const std::string& utf8)
 }
 
 // The text as valid UTF-8 with the characters that XML can't hold left out.
-std::string xmlText(const std::string& utf8)
+std::string xmlText(std::string_view utf8)
 {
     std::string out;
     out.reserve(utf8.size());
@@ -79,10 +79,10 @@ bool isHex(char c)
 // Element text as stored holds its references unresolved; a parser of the written text would
 // resolve the predefined and the numeric ones, so they are resolved here. Anything else that
 // looks like a reference stays literal text.
-std::string resolveReferences(const std::string& text)
+std::string resolveReferences(std::string_view text)
 {
-    if (text.find('&') == std::string::npos)
-        return text;
+    if (text.find('&') == std::string_view::npos)
+        return std::string(text);
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
@@ -91,8 +91,8 @@ std::string resolveReferences(const std::string& text)
             continue;
         }
         const std::size_t semi = text.find(';', i + 1);
-        if (semi != std::string::npos && semi - i <= 12) {
-            const std::string name = text.substr(i + 1, semi - i - 1);
+        if (semi != std::string_view::npos && semi - i <= 12) {
+            const std::string_view name = text.substr(i + 1, semi - i - 1);
             char single = 0;
             if (name == "amp")
                 single = '&';
@@ -111,7 +111,7 @@ std::string resolveReferences(const std::string& text)
             }
             if (name.size() >= 2 && name[0] == '#') {
                 const bool hex = name[1] == 'x';
-                const std::string digits = name.substr(hex ? 2 : 1);
+                const std::string_view digits = name.substr(hex ? 2 : 1);
                 bool ok = !digits.empty() && digits.size() <= 8;
                 unsigned long value = 0;
                 for (char d : digits) {
@@ -137,14 +137,14 @@ std::string resolveReferences(const std::string& text)
 
 void openElement(oxml::TreeBuilder& builder, const TreeNode* n)
 {
-    builder.open(n->tag.empty() ? std::string("nothing") : xmlName(n->tag));
-    for (const auto& a : n->attributes) {
-        const std::string name = xmlName(a.first);
+    builder.open(n->tag.empty() ? std::string("nothing") : xmlName(n->tag.view()));
+    for (const ckxml::Attribute& a : n->attributes) {
+        const std::string name = xmlName(a.name());
         if (!name.empty())
-            builder.attribute(name, xmlText(a.second));
+            builder.attribute(name, xmlText(a.value()));
     }
     if (!n->content.empty())
-        builder.text(xmlText(n->cdata ? n->content : resolveReferences(n->content)));
+        builder.text(n->cdata ? xmlText(n->content.view()) : xmlText(resolveReferences(n->content.view())));
 }
 
 // The node and everything below it, without recursion.

@@ -6,7 +6,6 @@
 #include "toolkit/CkXml_Tree.h"
 
 #include <cstring>
-#include <iterator>
 
 namespace ckxml {
 namespace {
@@ -21,6 +20,7 @@ enum : unsigned char {
     kEndsTagName = 1,        // blank, "/", ">", and "<", which the name leaves out
     kEndsAttributeName = 2,  // blank, "=", "/", ">"
     kEndsValue = 4,          // either quote, and "&", which needs resolving
+    kKeptInName = 8,         // bytes that a cleaned attribute name keeps
 };
 
 // Made at compile time: no parse can run before it is ready.
@@ -34,6 +34,12 @@ struct StopTable {
         bits[static_cast<unsigned char>('=')] |= kEndsAttributeName;
         for (unsigned char c : {'"', '\'', '&'})
             bits[c] |= kEndsValue;
+        // Bytes of 128 and above, ASCII letters and digits and ". - _ : !".
+        for (int c = 0; c < 256; ++c) {
+            if (c >= 128 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                c == '-' || c == '_' || c == ':' || c == '!')
+                bits[c] |= kKeptInName;
+        }
     }
 };
 
@@ -85,90 +91,113 @@ const char* findChar(const char* p, const char* end, char c)
     return hit ? hit : end;
 }
 
-void replaceAll(std::string& text, const char* from, const char* to)
+// The references that attribute values are held without, each with its character. Values are
+// held resolved: "&amp;" is undone in the same pass as the others, so "&amp;lt;" comes out as
+// "&lt;". Every other reference stays as it stands.
+struct Reference {
+    const char* name;  // behind the "&"
+    std::size_t length;
+    char c;
+};
+const Reference kValueReferences[] = {{"#x9;", 4, '\t'}, {"#xA;", 4, '\n'}, {"#xD;", 4, '\r'}, {"lt;", 3, '<'},
+                                      {"gt;", 3, '>'},    {"quot;", 5, '"'}, {"apos;", 5, '\''}, {"amp;", 4, '&'}};
+
+// Writes the value with its references resolved to out, and gives its size. Resolving only
+// shortens it.
+std::size_t resolveInto(const char* begin, const char* end, char* out)
 {
-    std::size_t pos = text.find(from);
-    if (pos == std::string::npos)
-        return;
-    const std::size_t fromLength = std::strlen(from);
-    std::string out;
-    out.reserve(text.size());
-    std::size_t last = 0;
-    while (pos != std::string::npos) {
-        out.append(text, last, pos - last);
-        out.append(to);
-        last = pos + fromLength;
-        pos = text.find(from, last);
+    char* const start = out;
+    for (const char* p = begin; p < end;) {
+        if (*p != '&') {
+            *out++ = *p++;
+            continue;
+        }
+        const char* name = p + 1;
+        char c = '&';
+        std::size_t skip = 1;
+        for (const Reference& r : kValueReferences) {
+            if (static_cast<std::size_t>(end - name) >= r.length && std::memcmp(name, r.name, r.length) == 0) {
+                c = r.c;
+                skip = r.length + 1;
+                break;
+            }
+        }
+        *out++ = c;
+        p += skip;
     }
-    out.append(text, last, std::string::npos);
-    text.swap(out);
+    return static_cast<std::size_t>(out - start);
 }
 
-// Attribute values are held resolved: the three white-space references first (only worth
-// looking for when there is a "#"), then the five predefined entities, "&amp;" last so that
-// "&amp;lt;" comes out as "&lt;". Every other reference stays as it stands.
-std::string attributeValue(const char* begin, const char* end)
+// A cleaned name keeps only some bytes, and one that would then begin with a digit, "-" or "."
+// gets an "A" in front.
+inline bool keptInName(char c)
 {
-    std::string value(begin, end);
-    if (value.find('&') == std::string::npos)
-        return value;
-    if (value.find('#') != std::string::npos) {
-        replaceAll(value, "&#x9;", "\t");
-        replaceAll(value, "&#xA;", "\n");
-        replaceAll(value, "&#xD;", "\r");
+    return (kStops.bits[static_cast<unsigned char>(c)] & kKeptInName) != 0;
+}
+
+inline bool needsPrefix(char c)
+{
+    return (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+// Writes the cleaned name to out, which has room for one byte more than the raw name, and gives
+// its size; 0 when nothing is left of it. allKept says the name has no byte to remove.
+std::size_t cleanNameInto(const char* begin, const char* end, bool allKept, char* out)
+{
+    if (allKept && begin < end && !needsPrefix(*begin)) {
+        copyBytes(out, begin, static_cast<std::size_t>(end - begin));
+        return static_cast<std::size_t>(end - begin);
     }
-    replaceAll(value, "&lt;", "<");
-    replaceAll(value, "&gt;", ">");
-    replaceAll(value, "&quot;", "\"");
-    replaceAll(value, "&apos;", "'");
-    replaceAll(value, "&amp;", "&");
-    return value;
-}
-
-// Keeps bytes of 128 and above, ASCII letters and digits and ". - _ : !"; a name that would then
-// begin with a digit, "-" or "." gets an "A" in front.
-inline bool keptInName(unsigned char c)
-{
-    return c >= 128 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_' || c == ':' || c == '!';
-}
-
-std::string cleanAttributeName(const char* begin, const char* end)
-{
-    const char* p = begin;
-    while (p < end && keptInName(static_cast<unsigned char>(*p)))
-        ++p;
-    if (p == end && begin < end && !((*begin >= '0' && *begin <= '9') || *begin == '-' || *begin == '.'))
-        return std::string(begin, end);
-    std::string name;
-    name.reserve(static_cast<std::size_t>(end - begin) + 1);
+    std::size_t size = 0;
     for (const char* q = begin; q < end; ++q) {
-        if (keptInName(static_cast<unsigned char>(*q)))
-            name.push_back(*q);
+        if (keptInName(*q))
+            out[1 + size++] = *q;
     }
-    if (!name.empty() && ((name[0] >= '0' && name[0] <= '9') || name[0] == '-' || name[0] == '.'))
-        name.insert(name.begin(), 'A');
-    return name;
+    if (size == 0)
+        return 0;
+    if (needsPrefix(out[1])) {
+        out[0] = 'A';
+        return size + 1;
+    }
+    std::memmove(out, out + 1, size);
+    return size;
 }
 
-// Reads one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
+// Where an attribute value stands in the text, and whether it has references to resolve.
+struct ValueSpan {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    bool reference = false;
+
+    std::size_t size() const { return static_cast<std::size_t>(end - begin); }
+    // The value as held, written to out (room for size()); gives its size.
+    std::size_t writeTo(char* out) const
+    {
+        if (reference)
+            return resolveInto(begin, end, out);
+        copyBytes(out, begin, size());
+        return size();
+    }
+};
+
+// Finds one attribute value at p (just behind the "=" and any blanks). A quoted value runs to
 // the closing quote of its kind; an unquoted one to the next quote of either kind. The closing
 // quote is consumed. Values are short as a rule: one pass finds the end and any reference.
-std::string readValue(const char*& p, const char* end)
+ValueSpan scanValue(const char*& p, const char* end)
 {
+    ValueSpan value;
     if (p >= end)
-        return std::string();
+        return value;
     const char quote = (*p == '"' || *p == '\'') ? *p : '\0';
     const char* begin = quote != '\0' ? p + 1 : p;
     const char* close = begin;
-    bool reference = false;
     for (;;) {
         while (close < end && !stopsAt(*close, kEndsValue))
             ++close;
         if (close >= end)
             break;
         if (*close == '&') {
-            reference = true;
+            value.reference = true;
             ++close;
             continue;
         }
@@ -178,7 +207,9 @@ std::string readValue(const char*& p, const char* end)
         ++close;
     }
     p = close < end ? close + 1 : end;
-    return reference ? attributeValue(begin, close) : std::string(begin, close);
+    value.begin = begin;
+    value.end = close;
+    return value;
 }
 
 class Parser {
@@ -210,20 +241,24 @@ private:
     // outside the root element has no element to go to and is dropped.
     void text()
     {
-        const char* stop = findChar(p_, end_, '<');
+        // Mostly there is only the white space of indentation between two tags.
         const char* b = p_;
-        const char* e = stop;
-        p_ = stop;
-        while (b < e && isWhite(*b))
+        while (b < end_ && isWhite(*b))
             ++b;
+        if (b >= end_ || *b == '<') {
+            p_ = b;
+            return;
+        }
+        const char* e = findChar(b, end_, '<');
+        p_ = e;
         while (e > b && isWhite(e[-1]))
             --e;
-        if (b == e || !rootNamed_)
+        if (!rootNamed_)
             return;
-        std::string& content = current_->content;
+        Text& content = current_->content;
         if (!content.empty())
-            content.push_back(' ');
-        content.append(b, e);
+            tree_->append(content, " ");
+        tree_->append(content, std::string_view(b, static_cast<std::size_t>(e - b)));
         lastWasCdata_ = false;
     }
 
@@ -286,11 +321,11 @@ private:
         p_ = close < end_ ? close + 3 : end_;
         if (!rootNamed_)
             return;
-        std::string& content = current_->content;
+        Text& content = current_->content;
         // Sections that follow each other directly make one text.
         if (!content.empty() && !lastWasCdata_)
-            content.push_back(' ');
-        content.append(begin, close);
+            tree_->append(content, " ");
+        tree_->append(content, std::string_view(begin, static_cast<std::size_t>(close - begin)));
         current_->cdata = true;
         lastWasCdata_ = true;
     }
@@ -326,7 +361,7 @@ private:
 
     void declaration()
     {
-        AttributeSet& set = tree_->declaration;
+        DeclarationSet& set = tree_->declaration;
         set.clear();
         p_ += 5;
         while (p_ < end_) {
@@ -349,24 +384,26 @@ private:
             for (const char* q = nameBegin; q < p_; ++q)
                 if (*q != '"' && *q != '\'' && *q != '<')
                     name.push_back(*q);
-            std::string value = equalsAndValue();
+            const ValueSpan span = equalsAndValue();
+            std::string value(span.size(), '\0');
+            value.resize(span.writeTo(&value[0]));
             if (!name.empty())
                 set.emplace_back(std::move(name), std::move(value));
         }
     }
 
     // Behind an attribute name: an "=" and a value, or nothing and an empty value.
-    std::string equalsAndValue()
+    ValueSpan equalsAndValue()
     {
         const char* q = p_;
         while (q < end_ && isWhite(*q))
             ++q;
         if (q >= end_ || *q != '=')
-            return std::string();
+            return ValueSpan();
         p_ = q + 1;
         while (p_ < end_ && isWhite(*p_))
             ++p_;
-        return readValue(p_, end_);
+        return scanValue(p_, end_);
     }
 
     bool startTag()
@@ -389,21 +426,23 @@ private:
             stray = true;
             ++q;
         }
-        std::string name(p_, stray ? p_ : q);
+        std::string_view name(p_, static_cast<std::size_t>(q - p_));
         if (stray) {
-            name.reserve(static_cast<std::size_t>(q - p_));
-            for (const char* r = p_; r < q; ++r)
-                if (*r != '<')
-                    name.push_back(*r);
+            char* kept = tree_->arena.chars(name.size());
+            std::size_t size = 0;
+            for (char c : name)
+                if (c != '<')
+                    kept[size++] = c;
+            name = std::string_view(kept, size);
         }
         p_ = q;
 
         if (!rootNamed_) {
-            root_->tag = std::move(name);
+            tree_->assign(root_->tag, name);
             rootNamed_ = true;
             element = root_;
         } else {
-            element = tree_->appendChild(current_, std::move(name));
+            element = tree_->appendChild(current_, name);
         }
         current_ = element;
 
@@ -424,25 +463,42 @@ private:
                 }
                 continue;
             }
+            // None of the bytes that end a name is kept in one, so a clean name ends where the
+            // kept bytes do.
             const char* nameBegin = p_;
+            while (p_ < end_ && keptInName(*p_))
+                ++p_;
+            const bool allKept = p_ >= end_ || stopsAt(*p_, kEndsAttributeName);
             while (p_ < end_ && !stopsAt(*p_, kEndsAttributeName))
                 ++p_;
-            std::string attributeName = cleanAttributeName(nameBegin, p_);
-            std::string value = equalsAndValue();
-            // A name with nothing left after cleaning could not be written back.
-            if (attributeName.empty())
+            const char* nameEnd = p_;
+            const ValueSpan value = equalsAndValue();
+            const std::size_t rawName = static_cast<std::size_t>(nameEnd - nameBegin);
+            if (rawName == 0)
                 continue;
-            scratch_.emplace_back(std::move(attributeName), std::move(value));
+            char* data = tree_->arena.chars(rawName + 1 + value.size());
+            const Size nameSize = checkedSize(cleanNameInto(nameBegin, nameEnd, allKept, data));
+            // A name with nothing left after cleaning could not be written back.
+            if (nameSize == 0)
+                continue;
+            const Size valueSize = checkedSize(value.writeTo(data + nameSize));
+            scratch_.emplace_back();
+            Attribute& attribute = scratch_.back();
+            attribute.data = data;
+            attribute.nameSize = nameSize;
+            attribute.valueSize = valueSize;
         }
         return true;
     }
 
-    // Attributes are gathered in a scratch list and moved over in one allocation of the right size.
+    // Attributes are gathered in a scratch list and copied over into an array of the right size.
     void takeAttributes(TreeNode* element)
     {
         if (scratch_.empty())
             return;
-        element->attributes.assign(std::make_move_iterator(scratch_.begin()), std::make_move_iterator(scratch_.end()));
+        tree_->reserve(element->attributes, scratch_.size());
+        std::memcpy(static_cast<void*>(element->attributes.items), scratch_.data(), scratch_.size() * sizeof(Attribute));
+        element->attributes.count = static_cast<Size>(scratch_.size());
         scratch_.clear();
     }
 
@@ -453,7 +509,7 @@ private:
     TreeNode* current_ = nullptr;
     bool rootNamed_ = false;
     bool lastWasCdata_ = false;
-    AttributeSet scratch_;
+    std::vector<Attribute> scratch_;
 };
 
 } // namespace

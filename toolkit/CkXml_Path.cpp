@@ -63,22 +63,22 @@ bool parseIndex(const std::string& text, const int registers[3], long& index)
 // The content as GetChildContent gives it, for comparisons with text from a path.
 std::string visibleContent(const TreeNode* n)
 {
-    return n->cdata ? n->content : resolveFive(n->content);
+    return n->cdata ? n->content.str() : resolveFive(n->content.view());
 }
 
-bool tagMatches(const std::string& tag, const std::string& want, bool anyPrefix)
+bool tagMatches(std::string_view tag, std::string_view want, bool anyPrefix)
 {
     if (tag == want)
         return true;
     if (!anyPrefix)
         return false;
     const std::size_t colon = tag.find(':');
-    return colon != std::string::npos && tag.compare(colon + 1, std::string::npos, want) == 0;
+    return colon != std::string_view::npos && tag.substr(colon + 1) == want;
 }
 
 std::size_t indexInParent(const TreeNode* n)
 {
-    const std::vector<TreeNode*>& siblings = n->parent->children;
+    const List<TreeNode*>& siblings = n->parent->children;
     for (std::size_t i = 0; i < siblings.size(); ++i)
         if (siblings[i] == n)
             return i;
@@ -115,7 +115,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
     if (seg == "++" || seg == "--") {
         if (n->parent != nullptr) {
             const std::size_t i = indexInParent(n);
-            const std::vector<TreeNode*>& siblings = n->parent->children;
+            const List<TreeNode*>& siblings = n->parent->children;
             if (seg == "++" && i + 1 < siblings.size())
                 return siblings[i + 1];
             if (seg == "--" && i > 0 && i < siblings.size())
@@ -126,7 +126,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
 
     if (seg.compare(0, 3, "/T/") == 0) {
         const std::string tag = seg.substr(3);
-        TreeNode* found = findDescendant(n, [&](const TreeNode* d) { return d->tag == tag; });
+        TreeNode* found = findDescendant(n, [&](const TreeNode* d) { return d->tag.view() == tag; });
         return found ? found : fail(trail, seg, kNoDescendantTag);
     }
     if (seg.compare(0, 3, "/C/") == 0) {
@@ -135,7 +135,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
         const std::string tag = rest.substr(0, comma);
         const std::string content = comma == std::string::npos ? std::string() : rest.substr(comma + 1);
         TreeNode* found =
-            findDescendant(n, [&](const TreeNode* d) { return d->tag == tag && visibleContent(d) == content; });
+            findDescendant(n, [&](const TreeNode* d) { return d->tag.view() == tag && visibleContent(d) == content; });
         return found ? found : fail(trail, seg, kNoDescendantContent);
     }
     if (seg.compare(0, 3, "/A/") == 0) {
@@ -147,10 +147,10 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
             first == std::string::npos ? std::string() : rest.substr(first + 1, second - (first + 1));
         const std::string value = second == std::string::npos ? std::string() : rest.substr(second + 1);
         TreeNode* found = findDescendant(n, [&](const TreeNode* d) {
-            if (d->tag != tag)
+            if (d->tag.view() != tag)
                 return false;
-            for (const auto& a : d->attributes)
-                if (a.first == name && a.second == value)
+            for (const Attribute& a : d->attributes)
+                if (a.name() == name && a.value() == value)
                     return true;
             return false;
         });
@@ -200,7 +200,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
 
     if (!indexed) {
         for (TreeNode* c : n->children)
-            if (tagMatches(c->tag, tag, anyPrefix))
+            if (tagMatches(c->tag.view(), tag, anyPrefix))
                 return c;
         if (create && !anyPrefix)
             return n->tree->appendChild(n, cleanNewTag(tag));
@@ -217,7 +217,7 @@ TreeNode* step(TreeNode* n, const std::string& seg, const int registers[3], bool
         return fail(trail, seg, kBadIndex);
     long seen = 0;
     for (TreeNode* c : n->children) {
-        if (tagMatches(c->tag, tag, anyPrefix)) {
+        if (tagMatches(c->tag.view(), tag, anyPrefix)) {
             if (seen == index)
                 return c;
             ++seen;
@@ -253,7 +253,7 @@ TreeNode* walkPath(TreeNode* start, const std::string& path, const int registers
     return n;
 }
 
-std::string cleanNewTag(const std::string& tag)
+std::string cleanNewTag(std::string_view tag)
 {
     auto white = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
     std::size_t b = 0;
@@ -262,7 +262,7 @@ std::string cleanNewTag(const std::string& tag)
         ++b;
     while (e > b && white(tag[e - 1]))
         --e;
-    std::string out = tag.substr(b, e - b);
+    std::string out(tag.substr(b, e - b));
     for (char& c : out)
         if (white(c))
             c = '_';

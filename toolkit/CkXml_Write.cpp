@@ -26,7 +26,7 @@ const char* attributeEscape(char c)
     }
 }
 
-void appendEscapedAttribute(std::string& out, const std::string& value)
+void appendEscapedAttribute(std::string& out, std::string_view value)
 {
     // Most values have nothing to escape: runs between escapes go out whole.
     std::size_t start = 0;
@@ -34,27 +34,25 @@ void appendEscapedAttribute(std::string& out, const std::string& value)
         const char* escape = attributeEscape(value[i]);
         if (escape == nullptr)
             continue;
-        out.append(value, start, i - start);
+        out.append(value.data() + start, i - start);
         out += escape;
         start = i + 1;
     }
-    out.append(value, start, std::string::npos);
+    out.append(value.data() + start, value.size() - start);
 }
 
-void appendAttributes(std::string& out, const AttributeSet& set)
+void appendAttribute(std::string& out, std::string_view name, std::string_view value)
 {
-    for (const auto& attribute : set) {
-        out.push_back(' ');
-        out += attribute.first;
-        out += "=\"";
-        appendEscapedAttribute(out, attribute.second);
-        out.push_back('"');
-    }
+    out.push_back(' ');
+    out.append(name.data(), name.size());
+    out += "=\"";
+    appendEscapedAttribute(out, value);
+    out.push_back('"');
 }
 
 // CDATA text without any section markers in it, removed in one pass so that taking one out can't
 // leave another behind.
-void appendCdataBody(std::string& out, const std::string& text)
+void appendCdataBody(std::string& out, std::string_view text)
 {
     static const char kOpen[] = "<![CDATA[";
     static const char kClose[] = "]]>";
@@ -92,7 +90,8 @@ public:
         indent(depth);
         out_.push_back('<');
         appendTag(n);
-        appendAttributes(out_, n->attributes);
+        for (const Attribute& a : n->attributes)
+            appendAttribute(out_, a.name(), a.value());
         if (n->content.empty() && n->children.empty()) {
             out_ += "/>";
             lineEnd();
@@ -102,11 +101,11 @@ public:
         if (!n->content.empty()) {
             if (n->cdata) {
                 out_ += "<![CDATA[";
-                appendCdataBody(out_, n->content);
+                appendCdataBody(out_, n->content.view());
                 out_ += "]]>";
             } else {
                 // Content still holds its references, so it goes out as it is.
-                out_ += n->content;
+                out_.append(n->content.data, n->content.size);
             }
         }
         if (n->children.empty()) {
@@ -129,7 +128,7 @@ private:
         if (n->tag.empty())
             out_ += "nothing";
         else
-            out_ += n->tag;
+            out_.append(n->tag.data, n->tag.size);
     }
 
     void closeTag(const TreeNode* n)
@@ -146,19 +145,20 @@ private:
 
 void writeDeclaration(std::string& out, const TreeInfo& tree)
 {
-    AttributeSet set = tree.declaration;
+    DeclarationSet set = tree.declaration;
     auto find = [&set](const char* name) {
-        return std::find_if(set.begin(), set.end(), [name](const AttributeSet::value_type& a) { return a.first == name; });
+        return std::find_if(set.begin(), set.end(), [name](const DeclarationSet::value_type& a) { return a.first == name; });
     };
     if (find("encoding") == set.end()) {
         if (find("version") == set.end())
-            set.insert(set.begin(), AttributeSet::value_type("version", "1.0"));
+            set.insert(set.begin(), DeclarationSet::value_type("version", "1.0"));
         set.emplace_back("encoding", "utf-8");
     }
     std::stable_partition(set.begin(), set.end(),
-                          [](const AttributeSet::value_type& a) { return a.first != "standalone"; });
+                          [](const DeclarationSet::value_type& a) { return a.first != "standalone"; });
     out += "<?xml";
-    appendAttributes(out, set);
+    for (const auto& a : set)
+        appendAttribute(out, a.first, a.second);
     out += "?>";
 }
 
@@ -211,17 +211,17 @@ std::string writeText(const TreeNode* node, bool emitDeclaration)
     return out;
 }
 
-std::string resolveFive(const std::string& text)
+std::string resolveFive(std::string_view text)
 {
     std::size_t amp = text.find('&');
-    if (amp == std::string::npos)
-        return text;
+    if (amp == std::string_view::npos)
+        return std::string(text);
     static const struct {
         const char* name;
         std::size_t length;
         char c;
     } kEntities[] = {{"&amp;", 5, '&'}, {"&apos;", 6, '\''}, {"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&quot;", 6, '"'}};
-    std::string out(text, 0, amp);
+    std::string out(text.substr(0, amp));
     out.reserve(text.size());
     for (std::size_t i = amp; i < text.size();) {
         if (text[i] != '&') {
