@@ -183,7 +183,7 @@ bool Checker::text()
     }
 }
 
-bool Checker::attribute_value()
+inline bool Checker::attribute_value()
 {
     const unsigned char quote = *p_;
     if (quote != '"' && quote != '\'')
@@ -193,7 +193,7 @@ bool Checker::attribute_value()
 }
 
 // An attribute value from after its opening quote to past its closing one.
-bool Checker::value_rest(unsigned char quote)
+inline bool Checker::value_rest(unsigned char quote)
 {
     for (;;) {
         p_ = scan::skip_plain_value(p_, end_);
@@ -245,7 +245,7 @@ std::uint32_t Checker::name_hash(const unsigned char* at, std::size_t length)
 }
 
 // Notes the attribute's name; false when the element has it already.
-bool Checker::new_attribute(const Name& name)
+inline bool Checker::new_attribute(const Name& name)
 {
     if (attribute_count_ < kLinearAttributes) {
         const std::uint32_t hash = name.hash;
@@ -269,7 +269,7 @@ bool Checker::new_attribute(const Name& name)
     return many_attributes_.emplace(reinterpret_cast<const char*>(name.at), name.length).second;
 }
 
-bool Checker::attribute()
+inline bool Checker::attribute()
 {
     const unsigned char* start = p_;
     if (!name("an attribute name"))
@@ -290,17 +290,24 @@ bool Checker::attribute()
     return true;
 }
 
-// The shape kept for elements of this name, emptied when it was another name's.
+// The shape kept for elements of this name, emptied when it was another name's; null for a
+// long name.
 Checker::Shape* Checker::shape_of(const unsigned char* element, std::size_t length)
 {
+    if (length > Shape::kMaxText)
+        return nullptr;
     const std::uint32_t hash = name_hash(element, length);
     std::unique_ptr<Shape>& shape = shapes_[(hash ^ (hash >> 11) ^ (hash >> 19) ^ (hash >> 27)) % kShapeSlots];
     if (!shape)
         shape.reset(new Shape);
-    else if (shape->element.size() == length && std::memcmp(shape->element.data(), element, length) == 0)
+    else if (shape->element_length == length && same_bytes(element, shape->element, length))
         return shape.get();
-    shape->element.assign(reinterpret_cast<const char*>(element), length);
+    std::memset(shape->element, 0, sizeof shape->element);
+    std::memcpy(shape->element, element, length);
+    shape->element_length = length;
     shape->count = 0;
+    shape->repeats = 0;
+    shape->changes = 0;
     return shape.get();
 }
 
@@ -396,7 +403,9 @@ bool Checker::start_tag()
     std::size_t matched = 0;
     if (*p_ == ' ') {
         shape = shape_of(start, length);
-        if (!follow_shape(*shape, matched))
+        if (shape != nullptr && shape->changes > 16 && shape->changes > shape->repeats)
+            shape = nullptr;
+        if (shape != nullptr && !follow_shape(*shape, matched))
             return false;
     }
     for (;;) {
@@ -411,8 +420,14 @@ bool Checker::start_tag()
                 ++p_;
                 open_.push_back(Name{start, length, 0, 0});
             }
-            if (shape != nullptr && (matched != shape->count || attribute_count_ != 0))
-                learn_shape(*shape, matched);
+            if (shape != nullptr) {
+                if (matched != shape->count || attribute_count_ != 0) {
+                    ++shape->changes;
+                    learn_shape(*shape, matched);
+                } else {
+                    ++shape->repeats;
+                }
+            }
             return true;
         }
         if (p_ == end_)
@@ -438,7 +453,7 @@ bool Checker::end_tag()
     const Name& top = open_.back();
     // The name due, as it stood in the start tag, needs no check of its own.
     if (static_cast<std::size_t>(end_ - p_) > top.length + 2 && p_[2 + top.length] == '>' &&
-        std::memcmp(p_ + 2, top.at, top.length) == 0) {
+        same_bytes(p_ + 2, top.at, top.length)) {
         p_ += top.length + 3;
         open_.pop_back();
         return true;

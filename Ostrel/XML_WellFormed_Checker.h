@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -52,8 +53,13 @@ private:
             std::uint32_t hash;    // of the name, as name_hash gives it
             unsigned char quote;
         };
-        std::string element;
+        alignas(16) unsigned char element[kMaxText];  // the element's name; zeros after
+        std::size_t element_length = 0;
         std::size_t count = 0;
+        // Elements that the shape described in full, and those it had to learn from: a kind
+        // whose attributes keep changing is read by name alone.
+        std::size_t repeats = 0;
+        std::size_t changes = 0;
         Entry entries[kLinearAttributes];
     };
     static constexpr std::size_t kShapeSlots = 64;
@@ -103,6 +109,16 @@ private:
             }
         }
         return wide_name(what);
+    }
+
+    // Whether the length bytes at a, which has 32 bytes readable when length is at most 32, are
+    // those at b, with 32 bytes readable.
+    bool same_bytes(const unsigned char* a, const unsigned char* b, std::size_t length) const
+    {
+        if (length > 32 || end_ - a < 32)
+            return std::memcmp(a, b, length) == 0;
+        const std::uint32_t want = length == 32 ? 0xFFFFFFFFu : (std::uint32_t(1) << length) - 1;
+        return (scan::equal_bytes_32(a, b) & want) == want;
     }
 
     bool wide_char(char32_t* out = nullptr);

@@ -121,17 +121,19 @@ inline unsigned value_stops_16(const unsigned char* p)
 
 // Where in the 64 bytes at p a value in double quotes may stop: at a '"', '<', '&', a control or
 // a byte of a wide character; one bit each.
+inline std::uint64_t value_stops_16_of(const unsigned char* p)
+{
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i stop =
+        _mm_or_si128(_mm_or_si128(_mm_cmplt_epi8(x, _mm_set1_epi8(0x20)), _mm_cmpeq_epi8(x, _mm_set1_epi8('"'))),
+                     _mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8('<')), _mm_cmpeq_epi8(x, _mm_set1_epi8('&'))));
+    return static_cast<unsigned>(_mm_movemask_epi8(stop));
+}
+
 inline std::uint64_t value_stops_64(const unsigned char* p)
 {
-    std::uint64_t mask = 0;
-    for (int i = 0; i < 4; ++i) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i));
-        const __m128i stop =
-            _mm_or_si128(_mm_or_si128(_mm_cmplt_epi8(x, _mm_set1_epi8(0x20)), _mm_cmpeq_epi8(x, _mm_set1_epi8('"'))),
-                         _mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8('<')), _mm_cmpeq_epi8(x, _mm_set1_epi8('&'))));
-        mask |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(stop))) << (16 * i);
-    }
-    return mask;
+    return value_stops_16_of(p) | value_stops_16_of(p + 16) << 16 | value_stops_16_of(p + 32) << 32 |
+           value_stops_16_of(p + 48) << 48;
 }
 
 // Which of the first 16 bytes at p equal those of pattern (16 readable bytes), one bit each.
