@@ -326,7 +326,7 @@ bool Checker::follow_shape(const Shape& shape, std::size_t& matched)
     // Where values in double quotes stop, for 64 bytes from window: found for several values at
     // once, so that where one value ends doesn't wait on a search from where the last one ended.
     const unsigned char* window = p;
-    std::uint64_t stops = scan::value_stops_64(window);
+    std::uint64_t stops = scan::double_quoted_stops_64(window);
     for (; i < shape.count && p < roomy; ++i) {
         const Shape::Entry& e = shape.entries[i];
         const std::uint32_t equal =
@@ -338,7 +338,7 @@ bool Checker::follow_shape(const Shape& shape, std::size_t& matched)
             std::size_t offset = static_cast<std::size_t>(value - window);
             if (offset >= 64) {
                 window = value;
-                stops = scan::value_stops_64(window);
+                stops = scan::double_quoted_stops_64(window);
                 offset = 0;
             }
             const std::uint64_t ahead = stops >> offset;

@@ -121,7 +121,7 @@ inline unsigned value_stops_16(const unsigned char* p)
 
 // Where in the 64 bytes at p a value in double quotes may stop: at a '"', '<', '&', a control or
 // a byte of a wide character; one bit each.
-inline std::uint64_t value_stops_16_of(const unsigned char* p)
+inline std::uint64_t double_quoted_stops_16(const unsigned char* p)
 {
     const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     const __m128i stop =
@@ -130,10 +130,10 @@ inline std::uint64_t value_stops_16_of(const unsigned char* p)
     return static_cast<unsigned>(_mm_movemask_epi8(stop));
 }
 
-inline std::uint64_t value_stops_64(const unsigned char* p)
+inline std::uint64_t double_quoted_stops_64(const unsigned char* p)
 {
-    return value_stops_16_of(p) | value_stops_16_of(p + 16) << 16 | value_stops_16_of(p + 32) << 32 |
-           value_stops_16_of(p + 48) << 48;
+    return double_quoted_stops_16(p) | double_quoted_stops_16(p + 16) << 16 | double_quoted_stops_16(p + 32) << 32 |
+           double_quoted_stops_16(p + 48) << 48;
 }
 
 // Which of the first 16 bytes at p equal those of pattern (16 readable bytes), one bit each.
@@ -177,7 +177,7 @@ inline unsigned value_stops_16(const unsigned char* p)
     return mask;
 }
 
-inline std::uint64_t value_stops_64(const unsigned char* p)
+inline std::uint64_t double_quoted_stops_64(const unsigned char* p)
 {
     std::uint64_t mask = 0;
     for (unsigned i = 0; i < 64; ++i)
