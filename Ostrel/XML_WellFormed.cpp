@@ -392,20 +392,29 @@ bool Checker::start_tag()
 {
     const unsigned char* lt = p_++;
     const unsigned char* start = p_;
-    if (!name("an element name"))
-        return false;
-    const std::size_t length = static_cast<std::size_t>(p_ - start);
     attribute_count_ = 0;
     attribute_bits_ = 0;
     if (!many_attributes_.empty())
         many_attributes_.clear();
-    Shape* shape = nullptr;
+    // Siblings are mostly of one kind: the last shape used at this depth is tried first, and
+    // its name, read before, needs no check.
+    const std::size_t depth = open_.size() < kShapeDepths ? open_.size() : kShapeDepths - 1;
+    Shape* shape = sibling_shapes_[depth];
+    if (shape != nullptr && end_ - p_ > 33 && p_[shape->element_length] == ' ' &&
+        same_bytes(p_, shape->element, shape->element_length)) {
+        p_ += shape->element_length;
+    } else {
+        if (!name("an element name"))
+            return false;
+        shape = *p_ == ' ' ? shape_of(start, static_cast<std::size_t>(p_ - start)) : nullptr;
+        sibling_shapes_[depth] = shape;
+    }
+    const std::size_t length = static_cast<std::size_t>(p_ - start);
     std::size_t matched = 0;
-    if (*p_ == ' ') {
-        shape = shape_of(start, length);
-        if (shape != nullptr && shape->changes > 16 && shape->changes > shape->repeats)
+    if (shape != nullptr) {
+        if (shape->changes > 16 && shape->changes > shape->repeats)
             shape = nullptr;
-        if (shape != nullptr && !follow_shape(*shape, matched))
+        else if (!follow_shape(*shape, matched))
             return false;
     }
     for (;;) {

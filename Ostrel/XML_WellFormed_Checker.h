@@ -63,6 +63,7 @@ private:
         Entry entries[kLinearAttributes];
     };
     static constexpr std::size_t kShapeSlots = 64;
+    static constexpr std::size_t kShapeDepths = 16;
 
     const unsigned char* begin_;
     const unsigned char* p_;
@@ -74,6 +75,7 @@ private:
     std::uint64_t attribute_bits_ = 0;
     std::unordered_set<std::string_view> many_attributes_;
     std::unique_ptr<Shape> shapes_[kShapeSlots];
+    Shape* sibling_shapes_[kShapeDepths] = {};  // by depth, the last elements' shape
 
     bool fail(int code, const std::string& what, const unsigned char* at);
     static std::string printable(const unsigned char* at, std::size_t length);

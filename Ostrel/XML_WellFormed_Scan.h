@@ -119,7 +119,7 @@ inline unsigned value_stops_16(const unsigned char* p)
     return static_cast<unsigned>(_mm_movemask_epi8(stop));
 }
 
-// Where in the 64 bytes at p a value in double quotes may stop: at a '"', '<', '&', a control or
+// Where in the 16 bytes at p a value in double quotes may stop: at a '"', '<', '&', a control or
 // a byte of a wide character; one bit each.
 inline std::uint64_t double_quoted_stops_16(const unsigned char* p)
 {
@@ -130,6 +130,7 @@ inline std::uint64_t double_quoted_stops_16(const unsigned char* p)
     return static_cast<unsigned>(_mm_movemask_epi8(stop));
 }
 
+// The same for the 64 bytes at p.
 inline std::uint64_t double_quoted_stops_64(const unsigned char* p)
 {
     return double_quoted_stops_16(p) | double_quoted_stops_16(p + 16) << 16 | double_quoted_stops_16(p + 32) << 32 |
