@@ -329,12 +329,10 @@ bool Checker::follow_shape(const Shape& shape, std::size_t& matched)
     std::uint64_t stops = scan::double_quoted_stops_64(window);
     for (; i < shape.count && p < roomy; ++i) {
         const Shape::Entry& e = shape.entries[i];
-        const std::uint32_t equal =
-            e.size <= 16 ? scan::equal_bytes_16(p, e.text) : scan::equal_bytes_32(p, e.text);
-        if ((equal & e.mask) != e.mask)
+        if (!scan::starts_with(p, e.text, e.size, e.mask))
             break;
         const unsigned char* value = p + e.size;
-        if (e.quote == '"') {
+        if (scan::kWideValueSearch && e.quote == '"') {
             std::size_t offset = static_cast<std::size_t>(value - window);
             if (offset >= 64) {
                 window = value;

@@ -119,8 +119,8 @@ private:
     {
         if (length > 32 || end_ - a < 32)
             return std::memcmp(a, b, length) == 0;
-        const std::uint32_t want = length == 32 ? 0xFFFFFFFFu : (std::uint32_t(1) << length) - 1;
-        return (scan::equal_bytes_32(a, b) & want) == want;
+        const std::uint32_t mask = length == 32 ? 0xFFFFFFFFu : (std::uint32_t(1) << length) - 1;
+        return scan::starts_with(a, b, static_cast<std::uint32_t>(length), mask);
     }
 
     bool wide_char(char32_t* out = nullptr);

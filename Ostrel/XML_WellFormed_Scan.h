@@ -86,18 +86,25 @@ inline const unsigned char* skip_ascii_name(const unsigned char* p, const unsign
     return p;
 }
 
-// Past the plain bytes of an attribute value at p: up to a quote, '<', '&', a control or non-ASCII.
+// Where in the 16 bytes at p an attribute value's run of plain bytes stops: at a quote, '<',
+// '&', a control or a byte of a wide character; one bit each.
+inline unsigned value_stops_16(const unsigned char* p)
+{
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    // Signed: bytes from 0x80 count as below 0x20 too.
+    __m128i stop = _mm_cmplt_epi8(x, _mm_set1_epi8(0x20));
+    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('"')));
+    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('\'')));
+    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('<')));
+    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('&')));
+    return static_cast<unsigned>(_mm_movemask_epi8(stop));
+}
+
+// Past the plain bytes of an attribute value at p.
 inline const unsigned char* skip_plain_value(const unsigned char* p, const unsigned char* end)
 {
     while (end - p >= 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        // Signed: bytes from 0x80 count as below 0x20 too.
-        __m128i stop = _mm_cmplt_epi8(x, _mm_set1_epi8(0x20));
-        stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('"')));
-        stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('\'')));
-        stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('<')));
-        stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('&')));
-        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+        const unsigned mask = value_stops_16(p);
         if (mask != 0)
             return p + first_set(mask);
         p += 16;
@@ -105,18 +112,6 @@ inline const unsigned char* skip_plain_value(const unsigned char* p, const unsig
     while (!(class_of(*p) & kValueStop))
         ++p;
     return p;
-}
-
-// Where in the 16 bytes at p a run of skip_plain_value stops, one bit each.
-inline unsigned value_stops_16(const unsigned char* p)
-{
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i stop = _mm_cmplt_epi8(x, _mm_set1_epi8(0x20));
-    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('"')));
-    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('\'')));
-    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('<')));
-    stop = _mm_or_si128(stop, _mm_cmpeq_epi8(x, _mm_set1_epi8('&')));
-    return static_cast<unsigned>(_mm_movemask_epi8(stop));
 }
 
 // Where in the 16 bytes at p a value in double quotes may stop: at a '"', '<', '&', a control or
@@ -137,24 +132,24 @@ inline std::uint64_t double_quoted_stops_64(const unsigned char* p)
            double_quoted_stops_16(p + 48) << 48;
 }
 
-// Which of the first 16 bytes at p equal those of pattern (16 readable bytes), one bit each.
-inline std::uint32_t equal_bytes_16(const unsigned char* p, const unsigned char* pattern)
-{
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pattern));
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
-}
-
-// Which of the first 32 bytes at p equal those of pattern (32 readable bytes), one bit each.
-inline std::uint32_t equal_bytes_32(const unsigned char* p, const unsigned char* pattern)
+// Whether the size bytes at p are those of pattern, both with 32 bytes readable; mask has a bit
+// for each of the size bytes.
+inline bool starts_with(const unsigned char* p, const unsigned char* pattern, std::uint32_t size,
+                        std::uint32_t mask)
 {
     const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
     const __m128i b0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pattern));
-    const __m128i b1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pattern + 16));
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a0, b0))) |
-           static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a1, b1))) << 16;
+    std::uint32_t equal = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a0, b0)));
+    if (size > 16) {
+        const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+        const __m128i b1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pattern + 16));
+        equal |= static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a1, b1))) << 16;
+    }
+    return (equal & mask) == mask;
 }
+
+// Values in double quotes are searched 64 bytes at a time.
+const bool kWideValueSearch = true;
 #else
 inline const unsigned char* skip_ascii_name(const unsigned char* p, const unsigned char*)
 {
@@ -170,37 +165,17 @@ inline const unsigned char* skip_plain_value(const unsigned char* p, const unsig
     return p;
 }
 
-inline unsigned value_stops_16(const unsigned char* p)
+inline bool starts_with(const unsigned char* p, const unsigned char* pattern, std::uint32_t size, std::uint32_t)
 {
-    unsigned mask = 0;
-    for (unsigned i = 0; i < 16; ++i)
-        mask |= unsigned((class_of(p[i]) & kValueStop) != 0) << i;
-    return mask;
+    return std::memcmp(p, pattern, size) == 0;
 }
 
-inline std::uint64_t double_quoted_stops_64(const unsigned char* p)
+inline std::uint64_t double_quoted_stops_64(const unsigned char*)
 {
-    std::uint64_t mask = 0;
-    for (unsigned i = 0; i < 64; ++i)
-        mask |= std::uint64_t(p[i] == '"' || p[i] == '<' || p[i] == '&' || p[i] < 0x20 || p[i] >= 0x80) << i;
-    return mask;
+    return 0;
 }
 
-inline std::uint32_t equal_bytes_16(const unsigned char* p, const unsigned char* pattern)
-{
-    std::uint32_t mask = 0;
-    for (unsigned i = 0; i < 16; ++i)
-        mask |= std::uint32_t(p[i] == pattern[i]) << i;
-    return mask;
-}
-
-inline std::uint32_t equal_bytes_32(const unsigned char* p, const unsigned char* pattern)
-{
-    std::uint32_t mask = 0;
-    for (unsigned i = 0; i < 32; ++i)
-        mask |= std::uint32_t(p[i] == pattern[i]) << i;
-    return mask;
-}
+const bool kWideValueSearch = false;
 #endif
 
 } // namespace scan
