@@ -5,12 +5,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <list>
 #include <unordered_map>
 
 #include <vellument/Ostrel_FileSystem.h>
 
 #include "Ostrel/Database_ChildRows.h"
+#include "Ostrel/Database_Shapes.h"
 #include "Ostrel/Database_Text.h"
 #include "Ostrel/LogMacros.h"
 
@@ -35,7 +35,6 @@ const char kLastInsertRowidColumn[] = "last_insert_rowid()";
 using detail::case_folded;
 using detail::is_select;
 using detail::only_trivia;
-using detail::shape_of;
 using detail::Slot;
 
 } // namespace
@@ -57,12 +56,11 @@ struct DatabaseEx::Impl {
     }
 
     // Most recently used first; the map points into the list.
-    struct Entry {
-        std::string sql;
-        sqlite3_stmt* statement;
-    };
-    std::list<Entry> lru;
-    std::unordered_map<std::string, std::list<Entry>::iterator> cache;
+    using Entry = detail::CachedStatement;
+    detail::StatementList lru;
+    std::unordered_map<std::string, detail::StatementList::iterator> cache;
+    // The shapes of recent texts, each with its statement while the cache holds it.
+    detail::ShapeMemory shapes;
     // Buffers of the statement being run, kept between calls.
     std::string scratch_key;
     std::vector<Slot> scratch_slots;
@@ -88,6 +86,7 @@ struct DatabaseEx::Impl {
             sqlite3_finalize(entry.statement);
         lru.clear();
         cache.clear();
+        shapes.forget_all();
     }
 
     // A prepared statement for exactly one statement of text, from the cache or made and cached.
@@ -105,14 +104,19 @@ struct DatabaseEx::Impl {
             return nullptr;
         }
         std::string& key = scratch_key;  // reused: no allocation per statement
-        if (slots == nullptr || !shape_remembered(sql, key, *slots)) {
-            if (slots != nullptr)
-                slots->clear();
-            key.assign(sql);
+        detail::ShapeMemory::Known* known = slots != nullptr ? shapes.find(sql, *slots) : nullptr;
+        if (known != nullptr && known->statement != nullptr) {
+            lru.splice(lru.begin(), lru, known->entry);
+            return known->statement;
         }
+        key.assign(known != nullptr ? known->shape.c_str() : sql);
         auto found = cache.find(key);
         if (found != cache.end()) {
             lru.splice(lru.begin(), lru, found->second);
+            if (known != nullptr) {
+                known->statement = found->second->statement;
+                known->entry = found->second;
+            }
             return found->second->statement;
         }
         sqlite3_stmt* prepared = nullptr;
@@ -134,42 +138,17 @@ struct DatabaseEx::Impl {
         }
         lru.push_front(Entry{key, prepared});
         cache.emplace(key, lru.begin());
+        if (known != nullptr) {
+            known->statement = prepared;
+            known->entry = lru.begin();
+        }
         while (lru.size() > kStatementCacheSize) {
+            shapes.forget(lru.back().statement);
             cache.erase(lru.back().sql);
             sqlite3_finalize(lru.back().statement);
             lru.pop_back();
         }
         return prepared;
-    }
-
-    // The shapes of the last few statements, by their text: a write runs the same text row after
-    // row (rows without a parent, or siblings of one), and comparing it costs less than reading it.
-    struct Shaped {
-        std::string sql;
-        std::string shape;
-        std::vector<Slot> slots;
-    };
-    static const std::size_t kShapesRemembered = 8;
-    Shaped shapes[kShapesRemembered];
-    std::size_t next_shape = 0;
-
-    bool shape_remembered(const char* sql, std::string& shape, std::vector<Slot>& slots)
-    {
-        const std::size_t length = std::strlen(sql);
-        for (const Shaped& known : shapes)
-            if (known.sql.size() == length && !known.shape.empty() && std::memcmp(known.sql.data(), sql, length) == 0) {
-                shape.assign(known.shape);
-                slots.assign(known.slots.begin(), known.slots.end());
-                return true;
-            }
-        if (!shape_of(sql, shape, slots))
-            return false;
-        Shaped& slot = shapes[next_shape];
-        next_shape = (next_shape + 1) % kShapesRemembered;
-        slot.sql.assign(sql, length);
-        slot.shape.assign(shape);
-        slot.slots.assign(slots.begin(), slots.end());
-        return true;
     }
 
     static void done_with(sqlite3_stmt* statement)
