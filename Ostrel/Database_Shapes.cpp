@@ -47,9 +47,7 @@ bool locate_literals(const std::string& sql, const std::string& shape, const std
 std::size_t ShapeMemory::key_of(const char* sql, std::size_t& length)
 {
     length = std::strlen(sql);
-    std::size_t prefix = 0;
-    while (prefix < length && !is_digit(sql[prefix]))
-        ++prefix;
+    const std::size_t prefix = std::strcspn(sql, "0123456789");
     return std::hash<std::string_view>()(std::string_view(sql, prefix));
 }
 

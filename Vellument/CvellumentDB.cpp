@@ -196,7 +196,14 @@ int as_number(const std::string& text)
 
 const std::string& table_name(int table)
 {
-    return table_name_by_id().at(table);
+    // Asked for every row written: an index rather than a search. The ids run from 0 without gaps.
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> by_index;
+        for (const auto& entry : table_name_by_id())
+            by_index.push_back(entry.second);
+        return by_index;
+    }();
+    return names.at(static_cast<std::size_t>(table));
 }
 
 bool has_parent(int table)

@@ -34,7 +34,16 @@ public:
     // Kept between the statements of a write, which runs several per row, so that their memory
     // is reused.
     std::string insert_sql;
+    std::string update_sql;
     std::vector<std::pair<std::string, int>> insert_parameters;
+    // Per table, the insert's text up to its parent key, and the columns it was made for: the
+    // rows of a table mostly come with the same columns.
+    struct InsertText {
+        std::vector<std::string> columns;
+        std::string head;
+        bool made = false;
+    };
+    InsertText insert_texts[14];
     Ostrel::RecordSet selected;
 };
 

@@ -1,5 +1,6 @@
 #include <vellument/CvellumentDB.h>
 
+#include <charconv>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,6 +57,14 @@ const CvellumentDB::KeyLink* link_of(int index)
     return &kLinks[index];
 }
 
+// As "%d" would print it.
+void append_number(std::string& text, int value)
+{
+    char digits[16];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value);
+    text.append(digits, end.ptr);
+}
+
 } // namespace
 
 // --- Writing -------------------------------------------------------------------------------------
@@ -72,18 +81,19 @@ int CvellumentDB::_selectStatement(const std::string& sql) const
 
 void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
 {
-    // "UPDATE %s SET %s = %d WHERE %s = %d;", joined by hand: this runs once per row.
-    std::string sql = "UPDATE ";
-    sql.reserve(64);
+    // "UPDATE %s SET %s = %d WHERE %s = %d;", joined by hand into a kept buffer: this runs once
+    // per row.
+    std::string& sql = m_impl->update_sql;
+    sql.assign("UPDATE ");
     sql += table_name(link.table);
     sql += " SET ";
     sql += link.column;
     sql += " = ";
-    sql += std::to_string(value);
+    append_number(sql, value);
     sql += " WHERE ";
     sql += link.key_column;
     sql += " = ";
-    sql += std::to_string(key);
+    append_number(sql, key);
     sql += ';';
     if (!getDatabase()->Execute(sql.c_str())) {
         VLOG(1, "[CvellumentDB] Error updating table\n");
@@ -92,10 +102,12 @@ void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
     }
 }
 
-int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& attributes) const
+namespace {
+
+// "INSERT INTO <table> ( <columns>, tableVer [, parentID]) VALUES ( ?, ... <version>": the text
+// of an insert up to where its parent key goes.
+void make_insert_head(std::string& sql, int table, bool parented, const attributeDicList& attributes)
 {
-    const bool parented = has_parent(table);
-    std::string& sql = m_impl->insert_sql;
     sql.clear();
     sql += "INSERT INTO ";
     sql += table_name(table);
@@ -111,10 +123,42 @@ int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& a
     sql += " VALUES ( ";
     for (std::size_t i = 0; i < attributes.size(); ++i)
         sql += "?, ";
-    sql += std::to_string(kVersion);
+    append_number(sql, kVersion);
+}
+
+bool same_columns(const std::vector<std::string>& columns, const attributeDicList& attributes)
+{
+    if (columns.size() != attributes.size())
+        return false;
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        if (columns[i] != attributes[i].attributeName)
+            return false;
+    return true;
+}
+
+} // namespace
+
+int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& attributes) const
+{
+    const bool parented = has_parent(table);
+    std::string& sql = m_impl->insert_sql;
+    const std::size_t kept = sizeof(m_impl->insert_texts) / sizeof(m_impl->insert_texts[0]);
+    if (table >= 0 && static_cast<std::size_t>(table) < kept) {
+        vellument_database_impl::InsertText& text = m_impl->insert_texts[table];
+        if (!text.made || !same_columns(text.columns, attributes)) {
+            make_insert_head(text.head, table, parented, attributes);
+            text.columns.clear();
+            for (const attributeDic& attribute : attributes)
+                text.columns.push_back(attribute.attributeName);
+            text.made = true;
+        }
+        sql.assign(text.head);
+    } else {
+        make_insert_head(sql, table, parented, attributes);
+    }
     if (parented) {
         sql += ", ";
-        sql += std::to_string(parent);
+        append_number(sql, parent);
     }
     sql += ");";
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vellument/AuditUtil.h>
@@ -123,13 +124,13 @@ COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const
 
 attributeDicList CCopy::getAndFillMap() const
 {
-    const std::string values[] = {
+    std::string values[] = {
         AuditUtil::to_string(get_replaceable_flag()),
         AuditUtil::to_string(m_copy->deleted),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::COPY);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
-        table[i].attributeValue = values[i];
+        table[i].attributeValue = std::move(values[i]);
     return table;
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vellument/AuditUtil.h>
@@ -194,7 +195,7 @@ COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
 
 attributeDicList CFiling::getAndFillMap() const
 {
-    const std::string values[] = {
+    std::string values[] = {
         AuditUtil::to_string(m_filing->efiled_successful),
         AuditUtil::to_string(m_filing->printed_successful),
         AuditUtil::to_string(m_filing->records_successful),
@@ -203,7 +204,7 @@ attributeDicList CFiling::getAndFillMap() const
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
-        table[i].attributeValue = values[i];
+        table[i].attributeValue = std::move(values[i]);
     return table;
 }
 

@@ -1,6 +1,7 @@
 #include <vellument/CFilingBase.h>
 
 #include <string>
+#include <utility>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CPathHandling.h>
@@ -101,7 +102,7 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
 attributeDicList CFilingBase::getAndFillMapBase() const
 {
     // Unlike the document, the list holds a zero date too, and the replaceable flag only on a copy.
-    const std::string values[] = {
+    std::string values[] = {
         m_base->date.format(kDateFormat),
         to_type_string(m_base->type),
         m_base->identifier,
@@ -115,7 +116,7 @@ attributeDicList CFilingBase::getAndFillMapBase() const
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING_BASE);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
-        table[i].attributeValue = values[i];
+        table[i].attributeValue = std::move(values[i]);
     return table;
 }
 

@@ -1,6 +1,7 @@
 #include <vellument/CForm.h>
 
 #include <string>
+#include <utility>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CPathHandling.h>
@@ -61,13 +62,13 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
 
 attributeDicList CForm::getAndFillMap() const
 {
-    const std::string values[] = {
+    std::string values[] = {
         m_form->text.get(Record::VIEWER_RESULT_CODE),
         AuditUtil::to_string(m_form->result_printed),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
-        table[i].attributeValue = values[i];
+        table[i].attributeValue = std::move(values[i]);
     return table;
 }
 

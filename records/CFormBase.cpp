@@ -1,6 +1,7 @@
 #include <vellument/CFormBase.h>
 
 #include <string>
+#include <utility>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CPathHandling.h>
@@ -98,7 +99,7 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
 
 attributeDicList CFormBase::getAndFillMapBase() const
 {
-    const std::string values[] = {
+    std::string values[] = {
         get_type_string(),
         get_flags_string(),
         get_completion_string(),
@@ -114,7 +115,7 @@ attributeDicList CFormBase::getAndFillMapBase() const
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM_BASE);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
-        table[i].attributeValue = values[i];
+        table[i].attributeValue = std::move(values[i]);
     return table;
 }
 
