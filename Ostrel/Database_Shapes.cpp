@@ -70,10 +70,10 @@ bool ShapeMemory::matches(const Entry& entry, const char* sql, std::size_t lengt
         const char* digits = at;
         long long value = 0;
         while (at < end && is_digit(*at)) {
+            if (at - digits == 18)
+                return false;  // a longer one is kept as its literal, as the reader would keep it
             value = value * 10 + (*at - '0');
             ++at;
-            if (at - digits > 18)
-                return false;  // as the reader would refuse it
         }
         if (at == digits)
             return false;
