@@ -1,8 +1,8 @@
 #include "Ostrel/Database_Shapes.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
-#include <functional>
-#include <string_view>
 
 namespace Ostrel {
 namespace detail {
@@ -48,7 +48,16 @@ std::size_t ShapeMemory::key_of(const char* sql, std::size_t& length)
 {
     length = std::strlen(sql);
     const std::size_t prefix = std::strcspn(sql, "0123456789");
-    return std::hash<std::string_view>()(std::string_view(sql, prefix));
+    // Not a hash of the whole prefix: its length and two stretches of it tell the few texts of
+    // the moment apart, and a text that only looks alike is still compared in full.
+    std::size_t key = prefix;
+    for (const std::size_t at : {prefix / 2, prefix}) {
+        std::uint64_t bytes = 0;
+        const std::size_t from = at >= sizeof(bytes) ? at - sizeof(bytes) : 0;
+        std::memcpy(&bytes, sql + from, std::min(sizeof(bytes), prefix - from));
+        key = key * 1099511628211ULL ^ static_cast<std::size_t>(bytes);
+    }
+    return key;
 }
 
 bool ShapeMemory::matches(const Entry& entry, const char* sql, std::size_t length, std::vector<Slot>& slots)

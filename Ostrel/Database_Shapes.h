@@ -48,7 +48,7 @@ private:
     struct Entry {
         Known known;
         std::string sql;       // the text it was learned from
-        std::size_t key = 0;   // hash of the text up to its first digit
+        std::size_t key = 0;   // of the text up to its first digit (see key_of)
         std::vector<std::pair<std::size_t, std::size_t>> literals;  // offset and length of each key
         std::vector<Slot> slots;
     };
