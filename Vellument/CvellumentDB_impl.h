@@ -43,7 +43,7 @@ public:
         std::string head;
         bool made = false;
     };
-    InsertText insert_texts[14];
+    InsertText insert_texts[14];  // by table id, TABLE_AUDIT_TRAIL to TABLE_VELLUMENT
     Ostrel::RecordSet selected;
 };
 
