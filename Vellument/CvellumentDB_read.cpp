@@ -61,14 +61,25 @@ bool plain_name(const char* name)
     return true;
 }
 
-bool plain_value(const char* value, std::size_t size)
+// The size of a text closed by a NUL; plain is cleared when the text holds a character that XML
+// can't take as it is. One pass for both: every cell of a read goes through here.
+std::size_t measure_value(const char* value, bool& plain)
 {
-    for (std::size_t i = 0; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(value[i]);
-        if (c >= 0x80 || !oxml::is_xml_char(c))
-            return false;
+    const char* p = value;
+    if (plain) {
+        for (;; ++p) {
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if (c >= 0x20 && c < 0x80)
+                continue;
+            if (c == 0)
+                return static_cast<std::size_t>(p - value);
+            if (c >= 0x80 || !oxml::is_xml_char(c)) {
+                plain = false;
+                break;
+            }
+        }
     }
-    return true;
+    return static_cast<std::size_t>(p - value) + std::strlen(p);
 }
 
 } // namespace
@@ -170,9 +181,7 @@ struct CvellumentDB::ReadTree {
             e.first_attribute = attributes.size();
         ++e.attributes;
         attributes.push_back(Attribute{name, text.size()});
-        const std::size_t size = std::strlen(value);
-        plain = plain && plain_value(value, size);
-        text.append(value, size + 1);
+        text.append(value, measure_value(value, plain) + 1);
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -200,16 +209,30 @@ private:
     COXMLDocument* build_document() const
     {
         oxml::TreeBuilder builder;
-        std::string name;
-        std::string value;
+        // Where each name was last given to an element: the rows' columns seldom name an
+        // attribute twice for one element, and an element whose names are all new to it takes
+        // them without a search for a duplicate.
+        std::vector<int> last_use(names.size(), -1);
         // (element, its next child still to go); the tree is a few levels deep.
         std::vector<std::pair<int, int>> open;
         auto enter = [&](int index) {
             const Element& e = at(index);
-            builder.open(name.assign(e.tag));
-            for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
-                builder.attribute(name.assign(names[attributes[a].name]),
-                                  value.assign(text.c_str() + attributes[a].value));
+            builder.open(e.tag);
+            const std::size_t end = e.first_attribute + e.attributes;
+            bool distinct = true;
+            for (std::size_t a = e.first_attribute; a < end; ++a) {
+                int& last = last_use[attributes[a].name];
+                distinct = distinct && last != index;
+                last = index;
+            }
+            for (std::size_t a = e.first_attribute; a < end; ++a) {
+                const char* name = names[attributes[a].name].c_str();
+                const char* value = text.c_str() + attributes[a].value;
+                if (distinct)
+                    builder.append_attribute(name, value);
+                else
+                    builder.attribute(name, value);
+            }
             open.emplace_back(index, e.first_child);
         };
         enter(0);
