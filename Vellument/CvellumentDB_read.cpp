@@ -1,5 +1,6 @@
 #include <vellument/CvellumentDB.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -103,7 +104,7 @@ struct CvellumentDB::ReadTree {
     };
     struct Attribute {
         std::uint32_t name;  // in names
-        std::size_t value;   // where its text starts
+        const char* value;   // in texts
     };
     // The names of a record set's columns, by the place in the reader that copies them: within
     // the read's transaction a statement's columns stay the same from row to row.
@@ -129,7 +130,33 @@ struct CvellumentDB::ReadTree {
     std::vector<Attribute> attributes;
     std::vector<std::string> names;
     std::unordered_map<std::string, std::uint32_t> name_ids;
-    std::string text;
+    // The attributes' texts in blocks that never move: a buffer grown by doubling would copy
+    // every text again at each step.
+    class Texts {
+    public:
+        const char* add(const char* value, std::size_t size)
+        {
+            if (size + 1 > m_left) {
+                const std::size_t block = std::max(size + 1, kBlock);
+                m_blocks.emplace_back(new char[block]);
+                m_next = m_blocks.back().get();
+                m_left = block;
+            }
+            char* const start = m_next;
+            std::memcpy(start, value, size);
+            start[size] = '\0';
+            m_next += size + 1;
+            m_left -= size + 1;
+            return start;
+        }
+
+    private:
+        static constexpr std::size_t kBlock = 256 * 1024;
+        std::vector<std::unique_ptr<char[]>> m_blocks;
+        char* m_next = nullptr;
+        std::size_t m_left = 0;
+    };
+    Texts texts;
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
@@ -180,8 +207,7 @@ struct CvellumentDB::ReadTree {
         if (e.attributes == 0)
             e.first_attribute = attributes.size();
         ++e.attributes;
-        attributes.push_back(Attribute{name, text.size()});
-        text.append(value, measure_value(value, plain) + 1);
+        attributes.push_back(Attribute{name, texts.add(value, measure_value(value, plain))});
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -227,7 +253,7 @@ private:
             }
             for (std::size_t a = e.first_attribute; a < end; ++a) {
                 const char* name = names[attributes[a].name].c_str();
-                const char* value = text.c_str() + attributes[a].value;
+                const char* value = attributes[a].value;
                 if (distinct)
                     builder.append_attribute(name, value);
                 else
@@ -263,7 +289,7 @@ private:
     {
         const Element& e = at(index);
         for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
-            node->AddAttribute(names[attributes[a].name].c_str(), text.c_str() + attributes[a].value);
+            node->AddAttribute(names[attributes[a].name].c_str(), attributes[a].value);
         int position = 0;
         for (int child = e.first_child; child >= 0; child = at(child).next) {
             std::unique_ptr<CkXml> made(node->NewChildAfter(position++, at(child).tag, ""));
