@@ -439,14 +439,15 @@ void TreeBuilder::attribute(const std::string& name, const std::string& value)
     a.set_value(value.c_str());
 }
 
-void TreeBuilder::append_attribute(const char* name, const char* value)
+void TreeBuilder::append_attribute(const char* name, const char* value, std::size_t value_size)
 {
     if (current_ == nullptr)
         return;
     COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document_.get()));
-    if (std::strncmp(name, "xmlns", 5) == 0)
+    if (name[0] == 'x' && std::strncmp(name, "xmlns", 5) == 0)
         d.namespaces = true;
-    d.append_attribute(pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)), name).set_value(value);
+    d.append_attribute(pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)), name)
+        .set_value(value, value_size);
 }
 
 void TreeBuilder::text(const std::string& utf8)

@@ -104,6 +104,7 @@ struct CvellumentDB::ReadTree {
     };
     struct Attribute {
         std::uint32_t name;  // in names
+        std::uint32_t size;  // of the value, less its NUL
         const char* value;   // in texts
     };
     // The names of a record set's columns, by the place in the reader that copies them: within
@@ -207,7 +208,10 @@ struct CvellumentDB::ReadTree {
         if (e.attributes == 0)
             e.first_attribute = attributes.size();
         ++e.attributes;
-        attributes.push_back(Attribute{name, texts.add(value, measure_value(value, plain))});
+        const std::size_t size = measure_value(value, plain);
+        if (size > UINT32_MAX)
+            plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
+        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), texts.add(value, size)});
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -255,7 +259,7 @@ private:
                 const char* name = names[attributes[a].name].c_str();
                 const char* value = attributes[a].value;
                 if (distinct)
-                    builder.append_attribute(name, value);
+                    builder.append_attribute(name, value, attributes[a].size);
                 else
                     builder.attribute(name, value);
             }
