@@ -26,6 +26,9 @@ struct Grouped {
     std::vector<std::uint32_t> starts;
     // (key, row), ordered by key and, within a key, by row: the scan's order.
     std::vector<std::pair<long long, std::size_t>> by_key;
+    // Whether the keys run one by one from the first, each once, as the keys of a table written
+    // in one go do: a key's row is then found by its place.
+    bool dense = false;
 
     std::size_t bytes() const
     {
@@ -282,12 +285,19 @@ bool ChildRows::find_grouped(const ChildQuery& query, Group& group, const std::v
 
 void ChildRows::answer(const std::shared_ptr<const Grouped>& rows, const ChildQuery& query, Group& group)
 {
+    group.m_rows = rows;
+    if (rows->dense) {
+        const long long place = query.key - rows->by_key.front().first;
+        const bool found = place >= 0 && static_cast<unsigned long long>(place) < rows->by_key.size();
+        group.m_first = found ? static_cast<std::size_t>(place) : 0;
+        group.m_count = found ? 1 : 0;
+        return;
+    }
     const auto range = std::equal_range(
         rows->by_key.begin(), rows->by_key.end(), std::make_pair(query.key, std::size_t(0)),
         [](const std::pair<long long, std::size_t>& a, const std::pair<long long, std::size_t>& b) {
             return a.first < b.first;
         });
-    group.m_rows = rows;
     group.m_first = static_cast<std::size_t>(range.first - rows->by_key.begin());
     group.m_count = static_cast<std::size_t>(range.second - range.first);
 }
@@ -342,6 +352,9 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         return false;
     // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
     std::sort(rows.by_key.begin(), rows.by_key.end());
+    rows.dense = !rows.by_key.empty();
+    for (std::size_t i = 1; rows.dense && i < rows.by_key.size(); ++i)
+        rows.dense = rows.by_key[i].first == rows.by_key[i - 1].first + 1;
     // Kept for the rest of the transaction: without the room left by growing.
     rows.text.shrink_to_fit();
     rows.starts.shrink_to_fit();

@@ -64,6 +64,8 @@ public:
         const char* cell(std::size_t row, std::size_t column, std::size_t& size) const;
         // The same text, closed by a NUL.
         const char* cell(std::size_t row, std::size_t column) const;
+        // The rows the group is of: the same for every group of one grouping.
+        const std::shared_ptr<const Grouped>& rows() const { return m_rows; }
 
     private:
         friend class ChildRows;

@@ -526,6 +526,9 @@ struct RecordSet::Impl {
     // shared rather than copied, and it keeps them while the set holds them.
     detail::ChildRows::Group group;
     bool grouped = false;
+    // The grouping whose column names `names` holds, if any: a set opened again and again on
+    // one grouped table keeps them rather than copying them for every row.
+    std::weak_ptr<const detail::Grouped> names_from;
     std::size_t row_count = 0;
     std::size_t position = 0;
 
@@ -583,6 +586,7 @@ struct RecordSet::Impl {
     }
     void set_column_name(std::size_t index, const char* name)
     {
+        names_from.reset();
         if (names.size() <= index)
             names.resize(index + 1);
         names[index].assign(name);
@@ -613,8 +617,12 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     detail::ChildRows::Group group;
     if (db.answer_grouped(sql, grouped_names, group)) {
         d.take_group(group);
-        for (std::size_t i = 0; i < grouped_names->size(); ++i)
-            d.set_column_name(i, (*grouped_names)[i].c_str());
+        const std::shared_ptr<const detail::Grouped>& from = d.group.rows();
+        if (d.names_from.expired() || d.names_from.owner_before(from) || from.owner_before(d.names_from)) {
+            for (std::size_t i = 0; i < grouped_names->size(); ++i)
+                d.set_column_name(i, (*grouped_names)[i].c_str());
+            d.names_from = from;
+        }
         d.columns = grouped_names->size();
         return true;
     }
