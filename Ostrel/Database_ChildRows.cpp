@@ -26,6 +26,9 @@ struct Grouped {
     std::vector<std::uint32_t> starts;
     // (key, row), ordered by key and, within a key, by row: the scan's order.
     std::vector<std::pair<long long, std::size_t>> by_key;
+    // Whether the keys run one by one from the first, each once, as the keys of a table written
+    // in one go do: a key's row is then found by its place.
+    bool dense = false;
 
     std::size_t bytes() const
     {
@@ -37,7 +40,7 @@ struct Grouped {
 struct ChildRows::Table {
     int runs = 0;          // statements of the table's queries run since the last clear
     bool refused = false;  // can't be grouped: its queries stay statements
-    std::unique_ptr<Grouped> rows;
+    std::shared_ptr<const Grouped> rows;
 };
 
 namespace {
@@ -202,6 +205,12 @@ const char* ChildRows::Group::cell(std::size_t row, std::size_t column, std::siz
     return g.text.data() + g.starts[index];
 }
 
+const char* ChildRows::Group::cell(std::size_t row, std::size_t column) const
+{
+    const Grouped& g = *m_rows;
+    return g.text.data() + g.starts[g.by_key[m_first + row].second * g.columns + column];
+}
+
 ChildRows::ChildRows() = default;
 ChildRows::~ChildRows() = default;
 
@@ -241,7 +250,7 @@ bool ChildRows::find(sqlite3* db, const ChildQuery& query, sqlite3_stmt* stateme
         return false;  // a table queried once is left to its statement
     const std::size_t columns = static_cast<std::size_t>(sqlite3_column_count(statement));
     if (!table.rows) {
-        std::unique_ptr<Grouped> rows(new Grouped);
+        std::shared_ptr<Grouped> rows = std::make_shared<Grouped>();
         if (!this->group(db, query, columns, *rows)) {
             VLOG(4, "[Database] %s not grouped by %s\n", query.table.c_str(), query.column.c_str());
             table.refused = true;
@@ -258,7 +267,7 @@ bool ChildRows::find(sqlite3* db, const ChildQuery& query, sqlite3_stmt* stateme
     }
     if (table.rows->columns != columns)
         return false;
-    answer(*table.rows, query, group);
+    answer(table.rows, query, group);
     return true;
 }
 
@@ -269,20 +278,27 @@ bool ChildRows::find_grouped(const ChildQuery& query, Group& group, const std::v
     Table& table = table_of(query);
     if (!table.rows)
         return false;
-    answer(*table.rows, query, group);
+    answer(table.rows, query, group);
     names = &table.rows->names;
     return true;
 }
 
-void ChildRows::answer(const Grouped& rows, const ChildQuery& query, Group& group)
+void ChildRows::answer(const std::shared_ptr<const Grouped>& rows, const ChildQuery& query, Group& group)
 {
+    group.m_rows = rows;
+    if (rows->dense) {
+        const long long place = query.key - rows->by_key.front().first;
+        const bool found = place >= 0 && static_cast<unsigned long long>(place) < rows->by_key.size();
+        group.m_first = found ? static_cast<std::size_t>(place) : 0;
+        group.m_count = found ? 1 : 0;
+        return;
+    }
     const auto range = std::equal_range(
-        rows.by_key.begin(), rows.by_key.end(), std::make_pair(query.key, std::size_t(0)),
+        rows->by_key.begin(), rows->by_key.end(), std::make_pair(query.key, std::size_t(0)),
         [](const std::pair<long long, std::size_t>& a, const std::pair<long long, std::size_t>& b) {
             return a.first < b.first;
         });
-    group.m_rows = &rows;
-    group.m_first = static_cast<std::size_t>(range.first - rows.by_key.begin());
+    group.m_first = static_cast<std::size_t>(range.first - rows->by_key.begin());
     group.m_count = static_cast<std::size_t>(range.second - range.first);
 }
 
@@ -336,6 +352,9 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         return false;
     // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
     std::sort(rows.by_key.begin(), rows.by_key.end());
+    rows.dense = !rows.by_key.empty();
+    for (std::size_t i = 1; rows.dense && i < rows.by_key.size(); ++i)
+        rows.dense = rows.by_key[i].first == rows.by_key[i - 1].first + 1;
     // Kept for the rest of the transaction: without the room left by growing.
     rows.text.shrink_to_fit();
     rows.starts.shrink_to_fit();

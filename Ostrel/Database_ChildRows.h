@@ -55,16 +55,21 @@ struct Grouped;
 
 class ChildRows {
 public:
-    // The rows of one group, in the table's rowid order.
+    // The rows of one group, in the table's rowid order. A group holds its table's rows for as
+    // long as it lives, even once the owner has dropped them: it is a snapshot, as a result is.
     class Group {
     public:
         std::size_t size() const { return m_count; }
         // Text of a column of the i-th row of the group, and its size.
         const char* cell(std::size_t row, std::size_t column, std::size_t& size) const;
+        // The same text, closed by a NUL.
+        const char* cell(std::size_t row, std::size_t column) const;
+        // The rows the group is of: the same for every group of one grouping.
+        const std::shared_ptr<const Grouped>& rows() const { return m_rows; }
 
     private:
         friend class ChildRows;
-        const Grouped* m_rows = nullptr;
+        std::shared_ptr<const Grouped> m_rows;
         std::size_t m_first = 0;
         std::size_t m_count = 0;
     };
@@ -94,7 +99,7 @@ public:
 private:
     struct Table;
     Table& table_of(const ChildQuery& query);
-    static void answer(const Grouped& rows, const ChildQuery& query, Group& group);
+    static void answer(const std::shared_ptr<const Grouped>& rows, const ChildQuery& query, Group& group);
     bool group(sqlite3* db, const ChildQuery& query, std::size_t columns, Grouped& rows);
     std::size_t budget_for(bool key) const;
 

@@ -173,12 +173,10 @@ struct DatabaseEx::Impl {
         return ok;
     }
 
-    // Answers a query from the grouped child rows (see Database_ChildRows.h), cell by cell through
-    // add_cell, and gives true; false: the statement is to run, and ran_plain told when it did.
-    // Any statement but a read drops the groups, as does the end of the transaction.
-    template <typename AddCell>
-    bool answer_from_groups(sqlite3_stmt* prepared, const char* sql, std::size_t columns, AddCell add_cell,
-                            std::size_t& rows)
+    // Answers a query from the grouped child rows (see Database_ChildRows.h): true with the group
+    // of its rows; false: the statement is to run, and ran_plain told when it did. Any statement
+    // but a read drops the groups, as does the end of the transaction.
+    bool answer_from_groups(sqlite3_stmt* prepared, const char* sql, detail::ChildRows::Group& group)
     {
         query_pending = false;
         if (!sqlite3_stmt_readonly(prepared) || !is_select(sql) || sqlite3_get_autocommit(db) != 0) {
@@ -189,40 +187,18 @@ struct DatabaseEx::Impl {
             return false;
         query_pending = true;
         progress_calls = 0;
-        detail::ChildRows::Group group;
         if (!child_rows.find(db, scratch_query, prepared, group))
             return false;
         query_pending = false;
-        rows = copy_group(group, columns, add_cell);
         return true;
     }
 
     // As answer_from_groups, for a table grouped already: no statement is prepared, and the
     // names of the columns come with the group.
-    template <typename AddCell>
-    bool answer_grouped(const char* sql, const std::vector<std::string>*& names, AddCell add_cell, std::size_t& rows)
+    bool answer_grouped(const char* sql, const std::vector<std::string>*& names, detail::ChildRows::Group& group)
     {
-        if (db == nullptr || child_rows.empty() || sqlite3_get_autocommit(db) != 0 ||
-            !detail::parse_child_query(sql, scratch_query))
-            return false;
-        detail::ChildRows::Group group;
-        if (!child_rows.find_grouped(scratch_query, group, names))
-            return false;
-        rows = copy_group(group, names->size(), add_cell);
-        return true;
-    }
-
-    // Hands the group's cells over, row after row; gives the number of rows.
-    template <typename AddCell>
-    static std::size_t copy_group(const detail::ChildRows::Group& group, std::size_t columns, AddCell add_cell)
-    {
-        for (std::size_t row = 0; row < group.size(); ++row)
-            for (std::size_t column = 0; column < columns; ++column) {
-                std::size_t size = 0;
-                const char* cell = group.cell(row, column, size);
-                add_cell(cell, size);
-            }
-        return group.size();
+        return db != nullptr && !child_rows.empty() && sqlite3_get_autocommit(db) == 0 &&
+               detail::parse_child_query(sql, scratch_query) && child_rows.find_grouped(scratch_query, group, names);
     }
 
     void ran_plain()
@@ -525,6 +501,13 @@ struct RecordSet::Impl {
     // runs to the next start, less the NUL.
     std::string text;
     std::vector<std::size_t> starts;
+    // Or, when the rows were answered from a group of child rows, that group: its cells are
+    // shared rather than copied, and it keeps them while the set holds them.
+    detail::ChildRows::Group group;
+    bool grouped = false;
+    // The grouping whose column names `names` holds, if any: a set opened again and again on
+    // one grouped table keeps them rather than copying them for every row.
+    std::weak_ptr<const detail::Grouped> names_from;
     std::size_t row_count = 0;
     std::size_t position = 0;
 
@@ -535,12 +518,22 @@ struct RecordSet::Impl {
             return -1;
         return static_cast<long>(position * columns + static_cast<std::size_t>(column));
     }
-    const char* cell_text(long cell) const { return text.data() + starts[static_cast<std::size_t>(cell)]; }
-    std::size_t cell_size(long cell) const
+    // Text of a column of the present row, and its size; the column must be valid.
+    const char* column_text(long column, std::size_t& size) const
     {
-        const std::size_t next = static_cast<std::size_t>(cell) + 1;
+        if (grouped)
+            return group.cell(position, static_cast<std::size_t>(column), size);
+        const std::size_t cell = position * columns + static_cast<std::size_t>(column);
+        const std::size_t next = cell + 1;
         const std::size_t end = next < starts.size() ? starts[next] : text.size();
-        return end - starts[static_cast<std::size_t>(cell)] - 1;
+        size = end - starts[cell] - 1;
+        return text.data() + starts[cell];
+    }
+    const char* column_text(long column) const
+    {
+        if (grouped)
+            return group.cell(position, static_cast<std::size_t>(column));
+        return text.data() + starts[position * columns + static_cast<std::size_t>(column)];
     }
     void add_cell(const char* value, std::size_t size)
     {
@@ -549,9 +542,17 @@ struct RecordSet::Impl {
             text.append(value, size);
         text.push_back('\0');
     }
+    void take_group(detail::ChildRows::Group& answer)
+    {
+        group = std::move(answer);
+        grouped = true;
+        row_count = group.size();
+    }
 
     void clear_rows()
     {
+        group = detail::ChildRows::Group();
+        grouped = false;
         text.clear();
         starts.clear();
         row_count = 0;
@@ -564,6 +565,7 @@ struct RecordSet::Impl {
     }
     void set_column_name(std::size_t index, const char* name)
     {
+        names_from.reset();
         if (names.size() <= index)
             names.resize(index + 1);
         names[index].assign(name);
@@ -591,10 +593,15 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         return true;
     }
     const std::vector<std::string>* grouped_names = nullptr;
-    if (db.answer_grouped(sql, grouped_names, [&d](const char* cell, std::size_t size) { d.add_cell(cell, size); },
-                          d.row_count)) {
-        for (std::size_t i = 0; i < grouped_names->size(); ++i)
-            d.set_column_name(i, (*grouped_names)[i].c_str());
+    detail::ChildRows::Group group;
+    if (db.answer_grouped(sql, grouped_names, group)) {
+        d.take_group(group);
+        const std::shared_ptr<const detail::Grouped>& from = d.group.rows();
+        if (d.names_from.expired() || d.names_from.owner_before(from) || from.owner_before(d.names_from)) {
+            for (std::size_t i = 0; i < grouped_names->size(); ++i)
+                d.set_column_name(i, (*grouped_names)[i].c_str());
+            d.names_from = from;
+        }
         d.columns = grouped_names->size();
         return true;
     }
@@ -608,9 +615,8 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
         d.set_column_name(static_cast<std::size_t>(i), name != nullptr ? name : "");
     }
     d.columns = static_cast<std::size_t>(columns);
-    if (db.answer_from_groups(prepared, sql, d.columns, [&d](const char* cell, std::size_t size) {
-            d.add_cell(cell, size);
-        }, d.row_count)) {
+    if (db.answer_from_groups(prepared, sql, group)) {
+        d.take_group(group);
         DatabaseEx::Impl::done_with(prepared);
         return true;
     }
@@ -682,8 +688,11 @@ int RecordSet::FieldsCount() const
 
 std::string RecordSet::GetFieldValue(int index) const
 {
-    const long cell = m_impl->index_of(index);
-    return cell < 0 ? std::string() : std::string(m_impl->cell_text(cell), m_impl->cell_size(cell));
+    if (m_impl->index_of(index) < 0)
+        return std::string();
+    std::size_t size = 0;
+    const char* text = m_impl->column_text(index, size);
+    return std::string(text, size);
 }
 
 std::string RecordSet::GetFieldValue(std::string name) const
@@ -709,8 +718,7 @@ std::string RecordSet::GetFieldName(int index) const
 
 const char* RecordSet::GetColumnString(long index) const
 {
-    const long cell = m_impl->index_of(index);
-    return cell < 0 ? "" : m_impl->cell_text(cell);
+    return m_impl->index_of(index) < 0 ? "" : m_impl->column_text(index);
 }
 
 // --- OstrelDataDatabase ----------------------------------------------------------------------

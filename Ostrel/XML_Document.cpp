@@ -418,13 +418,13 @@ TreeBuilder::TreeBuilder() : document_(COXMLDocument::createDocument()), current
 
 TreeBuilder::~TreeBuilder() = default;
 
-void TreeBuilder::open(const std::string& name)
+void TreeBuilder::open(const char* name)
 {
     COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document_.get()));
     pugi::xml_node parent = current_ != nullptr ? pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)) : d.doc;
     if (current_ == nullptr && d.root())
         return;  // one root only
-    current_ = parent.append_child(name.c_str()).internal_object();
+    current_ = parent.append_child(name).internal_object();
 }
 
 void TreeBuilder::attribute(const std::string& name, const std::string& value)
@@ -437,6 +437,17 @@ void TreeBuilder::attribute(const std::string& name, const std::string& value)
         d.namespaces = true;
     pugi::xml_attribute a = d.attribute_for_writing(n, name.c_str());
     a.set_value(value.c_str());
+}
+
+void TreeBuilder::append_attribute(const char* name, const char* value, std::size_t value_size)
+{
+    if (current_ == nullptr)
+        return;
+    COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document_.get()));
+    if (name[0] == 'x' && std::strncmp(name, "xmlns", 5) == 0)
+        d.namespaces = true;
+    d.append_attribute(pugi::xml_node(static_cast<pugi::xml_node_struct*>(current_)), name)
+        .set_value(value, value_size);
 }
 
 void TreeBuilder::text(const std::string& utf8)

@@ -1,5 +1,6 @@
 #include <vellument/CvellumentDB.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -61,14 +62,25 @@ bool plain_name(const char* name)
     return true;
 }
 
-bool plain_value(const char* value, std::size_t size)
+// The size of a text closed by a NUL; plain is cleared when the text holds a character that XML
+// can't take as it is. One pass for both: every cell of a read goes through here.
+std::size_t measure_value(const char* value, bool& plain)
 {
-    for (std::size_t i = 0; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(value[i]);
-        if (c >= 0x80 || !oxml::is_xml_char(c))
-            return false;
+    const char* p = value;
+    if (plain) {
+        for (;; ++p) {
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if (c >= 0x20 && c < 0x80)
+                continue;
+            if (c == 0)
+                return static_cast<std::size_t>(p - value);
+            if (c >= 0x80 || !oxml::is_xml_char(c)) {
+                plain = false;
+                break;
+            }
+        }
     }
-    return true;
+    return static_cast<std::size_t>(p - value) + std::strlen(p);
 }
 
 } // namespace
@@ -92,7 +104,8 @@ struct CvellumentDB::ReadTree {
     };
     struct Attribute {
         std::uint32_t name;  // in names
-        std::size_t value;   // where its text starts
+        std::uint32_t size;  // of the value, less its NUL
+        const char* value;   // in texts
     };
     // The names of a record set's columns, by the place in the reader that copies them: within
     // the read's transaction a statement's columns stay the same from row to row.
@@ -118,7 +131,33 @@ struct CvellumentDB::ReadTree {
     std::vector<Attribute> attributes;
     std::vector<std::string> names;
     std::unordered_map<std::string, std::uint32_t> name_ids;
-    std::string text;
+    // The attributes' texts in blocks that never move: a buffer grown by doubling would copy
+    // every text again at each step.
+    class Texts {
+    public:
+        const char* add(const char* value, std::size_t size)
+        {
+            if (size + 1 > m_left) {
+                const std::size_t block = std::max(size + 1, kBlock);
+                m_blocks.emplace_back(new char[block]);
+                m_next = m_blocks.back().get();
+                m_left = block;
+            }
+            char* const start = m_next;
+            std::memcpy(start, value, size);
+            start[size] = '\0';
+            m_next += size + 1;
+            m_left -= size + 1;
+            return start;
+        }
+
+    private:
+        static constexpr std::size_t kBlock = 256 * 1024;
+        std::vector<std::unique_ptr<char[]>> m_blocks;
+        char* m_next = nullptr;
+        std::size_t m_left = 0;
+    };
+    Texts texts;
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
@@ -169,10 +208,10 @@ struct CvellumentDB::ReadTree {
         if (e.attributes == 0)
             e.first_attribute = attributes.size();
         ++e.attributes;
-        attributes.push_back(Attribute{name, text.size()});
-        const std::size_t size = std::strlen(value);
-        plain = plain && plain_value(value, size);
-        text.append(value, size + 1);
+        const std::size_t size = measure_value(value, plain);
+        if (size > UINT32_MAX)
+            plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
+        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), texts.add(value, size)});
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -200,16 +239,30 @@ private:
     COXMLDocument* build_document() const
     {
         oxml::TreeBuilder builder;
-        std::string name;
-        std::string value;
+        // Where each name was last given to an element: the rows' columns seldom name an
+        // attribute twice for one element, and an element whose names are all new to it takes
+        // them without a search for a duplicate.
+        std::vector<int> last_use(names.size(), -1);
         // (element, its next child still to go); the tree is a few levels deep.
         std::vector<std::pair<int, int>> open;
         auto enter = [&](int index) {
             const Element& e = at(index);
-            builder.open(name.assign(e.tag));
-            for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
-                builder.attribute(name.assign(names[attributes[a].name]),
-                                  value.assign(text.c_str() + attributes[a].value));
+            builder.open(e.tag);
+            const std::size_t end = e.first_attribute + e.attributes;
+            bool distinct = true;
+            for (std::size_t a = e.first_attribute; a < end; ++a) {
+                int& last = last_use[attributes[a].name];
+                distinct = distinct && last != index;
+                last = index;
+            }
+            for (std::size_t a = e.first_attribute; a < end; ++a) {
+                const char* name = names[attributes[a].name].c_str();
+                const char* value = attributes[a].value;
+                if (distinct)
+                    builder.append_attribute(name, value, attributes[a].size);
+                else
+                    builder.attribute(name, value);
+            }
             open.emplace_back(index, e.first_child);
         };
         enter(0);
@@ -240,7 +293,7 @@ private:
     {
         const Element& e = at(index);
         for (std::size_t a = e.first_attribute; a < e.first_attribute + e.attributes; ++a)
-            node->AddAttribute(names[attributes[a].name].c_str(), text.c_str() + attributes[a].value);
+            node->AddAttribute(names[attributes[a].name].c_str(), attributes[a].value);
         int position = 0;
         for (int child = e.first_child; child >= 0; child = at(child).next) {
             std::unique_ptr<CkXml> made(node->NewChildAfter(position++, at(child).tag, ""));
