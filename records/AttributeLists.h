@@ -1,10 +1,6 @@
 #ifndef VELLUMENT_RECORDS_ATTRIBUTELISTS_H
 #define VELLUMENT_RECORDS_ATTRIBUTELISTS_H
 
-#include <charconv>
-#include <string>
-
-#include <vellument/AuditUtil.h>
 #include <vellument/attributeDic.h>
 #include <vellument/export.h>
 
@@ -29,19 +25,6 @@ enum ListId {
 
 // The shared table of one list. An id outside the enumeration raises std::invalid_argument.
 VELLUMENT_API attributeDicList& table(ListId id);
-
-// A value as AuditUtil::to_string gives it (the same overloads, so the same one is chosen), numbers
-// without a trip through printf: the lists are filled for every row the mirror writes.
-inline std::string text_of(int value)
-{
-    char digits[16];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value);
-    return std::string(digits, end.ptr);
-}
-inline std::string text_of(bool value)
-{
-    return AuditUtil::to_string(value);
-}
 
 } // namespace AttributeLists
 

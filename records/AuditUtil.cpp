@@ -1,6 +1,7 @@
 #include <vellument/AuditUtil.h>
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -37,11 +38,12 @@ std::string to_string(bool value)
     return byte == 1 ? "true" : "false";
 }
 
+// Without a trip through printf: the mirror's attribute lists convert a number for every row.
 std::string to_string(int value)
 {
-    char buffer[16];
-    int n = std::snprintf(buffer, sizeof buffer, "%i", value);
-    return std::string(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+    char digits[16];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value);
+    return std::string(digits, end.ptr);
 }
 
 } // namespace AuditUtil

@@ -125,8 +125,8 @@ COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const
 attributeDicList CCopy::getAndFillMap() const
 {
     std::string values[] = {
-        AttributeLists::text_of(get_replaceable_flag()),
-        AttributeLists::text_of(m_copy->deleted),
+        AuditUtil::to_string(get_replaceable_flag()),
+        AuditUtil::to_string(m_copy->deleted),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::COPY);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)

@@ -196,11 +196,11 @@ COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
 attributeDicList CFiling::getAndFillMap() const
 {
     std::string values[] = {
-        AttributeLists::text_of(m_filing->efiled_successful),
-        AttributeLists::text_of(m_filing->printed_successful),
-        AttributeLists::text_of(m_filing->records_successful),
-        AttributeLists::text_of(m_filing->employee_count),
-        AttributeLists::text_of(m_filing->corrected_employee_count),
+        AuditUtil::to_string(m_filing->efiled_successful),
+        AuditUtil::to_string(m_filing->printed_successful),
+        AuditUtil::to_string(m_filing->records_successful),
+        AuditUtil::to_string(m_filing->employee_count),
+        AuditUtil::to_string(m_filing->corrected_employee_count),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)

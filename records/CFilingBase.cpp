@@ -106,12 +106,12 @@ attributeDicList CFilingBase::getAndFillMapBase() const
         m_base->date.format(kDateFormat),
         to_type_string(m_base->type),
         m_base->identifier,
-        AttributeLists::text_of(m_base->vlid),
-        AttributeLists::text_of(m_base->printed),
-        AttributeLists::text_of(m_base->mailed),
-        AttributeLists::text_of(m_base->efiled),
-        AttributeLists::text_of(m_base->corrected),
-        AttributeLists::text_of(m_base->replacement),
+        AuditUtil::to_string(m_base->vlid),
+        AuditUtil::to_string(m_base->printed),
+        AuditUtil::to_string(m_base->mailed),
+        AuditUtil::to_string(m_base->efiled),
+        AuditUtil::to_string(m_base->corrected),
+        AuditUtil::to_string(m_base->replacement),
         get_krf_file_location(),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING_BASE);

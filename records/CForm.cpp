@@ -64,7 +64,7 @@ attributeDicList CForm::getAndFillMap() const
 {
     std::string values[] = {
         m_form->text.get(Record::VIEWER_RESULT_CODE),
-        AttributeLists::text_of(m_form->result_printed),
+        AuditUtil::to_string(m_form->result_printed),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)

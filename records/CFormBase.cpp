@@ -109,8 +109,8 @@ attributeDicList CFormBase::getAndFillMapBase() const
         m_base->text.get(Record::FORM_NAME),
         m_base->text.get(Record::KRF_DB_PATH),
         m_base->text.get(Record::KRF_VERSION),
-        AttributeLists::text_of(m_base->krf_filter_number),
-        AttributeLists::text_of(m_base->krf_filter_number_2),
+        AuditUtil::to_string(m_base->krf_filter_number),
+        AuditUtil::to_string(m_base->krf_filter_number_2),
         m_base->text.get(Record::DIVIDER_FORM),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM_BASE);

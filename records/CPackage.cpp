@@ -132,13 +132,13 @@ attributeDicList CPackage::getAndFillMap() const
     attributeDicList& table = AttributeLists::table(AttributeLists::PACKAGE);
     table.at(0).attributeValue = r.builder_version;
     table.at(1).attributeValue = r.invoice_amount;
-    table.at(2).attributeValue = AttributeLists::text_of(r.added_employee_count);
-    table.at(3).attributeValue = AttributeLists::text_of(r.deleted_employee_count);
-    table.at(4).attributeValue = AttributeLists::text_of(r.corrected_ew2_employee_count);
-    table.at(5).attributeValue = AttributeLists::text_of(r.added_ew2_employee_count);
-    table.at(6).attributeValue = AttributeLists::text_of(r.deleted_ew2_employee_count);
-    table.at(7).attributeValue = AttributeLists::text_of(r.additional_filing_mode);
-    table.at(8).attributeValue = AttributeLists::text_of(r.web_service_unavailable);
+    table.at(2).attributeValue = AuditUtil::to_string(r.added_employee_count);
+    table.at(3).attributeValue = AuditUtil::to_string(r.deleted_employee_count);
+    table.at(4).attributeValue = AuditUtil::to_string(r.corrected_ew2_employee_count);
+    table.at(5).attributeValue = AuditUtil::to_string(r.added_ew2_employee_count);
+    table.at(6).attributeValue = AuditUtil::to_string(r.deleted_ew2_employee_count);
+    table.at(7).attributeValue = AuditUtil::to_string(r.additional_filing_mode);
+    table.at(8).attributeValue = AuditUtil::to_string(r.web_service_unavailable);
     table.at(9).attributeValue = r.package_date.format(kDateFormat);
     return table;
 }

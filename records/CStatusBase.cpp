@@ -85,10 +85,10 @@ attributeDicList CStatusBase::getAndFillMapBase() const
     attributeDicList& table = AttributeLists::table(AttributeLists::STATUS_BASE);
     table.at(0).attributeValue = get_kxn_path();
     table.at(1).attributeValue = to_package_choice_string(m_base->filing_options);
-    table.at(2).attributeValue = AttributeLists::text_of(m_base->employee_count);
-    table.at(3).attributeValue = AttributeLists::text_of(m_base->state_employee_count);
-    table.at(4).attributeValue = AttributeLists::text_of(m_base->local_employee_count);
-    table.at(5).attributeValue = AttributeLists::text_of(m_base->corrected_employee_count);
+    table.at(2).attributeValue = AuditUtil::to_string(m_base->employee_count);
+    table.at(3).attributeValue = AuditUtil::to_string(m_base->state_employee_count);
+    table.at(4).attributeValue = AuditUtil::to_string(m_base->local_employee_count);
+    table.at(5).attributeValue = AuditUtil::to_string(m_base->corrected_employee_count);
     return table;
 }
 

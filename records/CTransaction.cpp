@@ -147,6 +147,6 @@ attributeDicList CTransaction::getAndFillMap() const
 {
     attributeDicList& table = AttributeLists::table(AttributeLists::TRANSACTION);
     table.at(0).attributeValue = GetActionTypeToString(m_record->action);
-    table.at(1).attributeValue = AttributeLists::text_of(m_record->number);
+    table.at(1).attributeValue = AuditUtil::to_string(m_record->number);
     return table;
 }
