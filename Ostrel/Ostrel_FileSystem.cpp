@@ -23,6 +23,7 @@
 #include <vellument/Ostrel_Format.h>
 
 #include "Ostrel/FileSystem_Paths.h"
+#include "Ostrel/FileSystem_Stream.h"
 
 namespace Ostrel {
 
@@ -357,6 +358,46 @@ bool FileSystem::GetFileExists(const char* path)
     return true;
 }
 
+namespace {
+
+// Copies the rest of `in` to `out` with read and write; false with errno set on failure.
+bool CopyByReading(int in, int out)
+{
+    std::vector<char> buffer(1 << 16);
+    while (true) {
+        ssize_t n = ::read(in, buffer.data(), buffer.size());
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        if (n == 0)
+            return true;
+        if (!WriteAll(out, buffer.data(), static_cast<std::size_t>(n)))
+            return false;
+    }
+}
+
+// Copies `in` to `out` inside the kernel, without the bytes passing through this process; where
+// the kernel can't (another file system, an old kernel), by reading and writing. Both go on from
+// the descriptors' offsets, so a fall-back after part of the copy continues where it stopped.
+bool CopyContents(int in, int out)
+{
+    const std::size_t kPiece = std::size_t(1) << 30;
+    while (true) {
+        ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, kPiece, 0);
+        if (n > 0)
+            continue;
+        if (n < 0 && errno == EINTR)
+            continue;
+        // 0 is the end, or a file the kernel can't copy this way that claims to be empty (a
+        // /proc file): reading tells which. Any failure leaves the reading way to say why.
+        return CopyByReading(in, out);
+    }
+}
+
+} // namespace
+
 bool FileSystem::CopyFileA(const char* source, const char* target, bool fail_if_exists)
 {
     std::string from, to;
@@ -369,22 +410,11 @@ bool FileSystem::CopyFileA(const char* source, const char* target, bool fail_if_
     bool ok = ReplaceAtomically(
         to,
         [in](int out) {
-            std::vector<char> buffer(1 << 16);
-            while (true) {
-                ssize_t n = ::read(in, buffer.data(), buffer.size());
-                if (n < 0) {
-                    if (errno == EINTR)
-                        continue;
-                    Error::SetLastErrorFromErrno(errno);
-                    return false;
-                }
-                if (n == 0)
-                    return true;
-                if (!WriteAll(out, buffer.data(), static_cast<std::size_t>(n))) {
-                    Error::SetLastErrorFromErrno(errno);
-                    return false;
-                }
+            if (!CopyContents(in, out)) {
+                Error::SetLastErrorFromErrno(errno);
+                return false;
             }
+            return true;
         },
         fail_if_exists);
     ::close(in);
@@ -502,6 +532,60 @@ bool FileSystem::WriteFileAtomic(const char* path, const void* data, std::size_t
         },
         false);
 }
+
+namespace FileSystemDetail {
+
+FileStream::FileStream(int fd) : fd_(fd), buffer_(new char[kCapacity]) {}
+
+void FileStream::write(const void* data, std::size_t size)
+{
+    if (errno_ != 0)
+        return;
+    if (used_ + size > kCapacity) {
+        if (!flush())
+            return;
+        if (size >= kCapacity) {
+            if (!WriteAll(fd_, data, size))
+                errno_ = errno;
+            return;
+        }
+    }
+    std::memcpy(buffer_.get() + used_, data, size);
+    used_ += size;
+}
+
+bool FileStream::flush()
+{
+    if (errno_ == 0 && used_ > 0 && !WriteAll(fd_, buffer_.get(), used_))
+        errno_ = errno;
+    used_ = 0;
+    if (errno_ != 0) {
+        Error::SetLastErrorFromErrno(errno_);
+        return false;
+    }
+    return true;
+}
+
+bool WriteFileAtomicStreamed(const char* path, const std::function<bool(FileStream&)>& produce)
+{
+    std::string disk;
+    if (!MapForOperation(path, disk))
+        return false;
+    return ReplaceAtomically(
+        disk,
+        [&produce](int fd) {
+            FileStream stream(fd);
+            const bool produced = produce(stream);
+            if (!stream.flush())
+                return false;
+            if (!produced)
+                Error::SetLastError(Error::WRITE_FAULT);
+            return produced;
+        },
+        false);
+}
+
+} // namespace FileSystemDetail
 
 bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t max_size)
 {

@@ -13,6 +13,7 @@
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_Format.h>
 
+#include "Ostrel/FileSystem_Stream.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_Data.h"
@@ -55,9 +56,11 @@ void report(int* code_out, char* text_out, int text_size, int code, const std::s
     copy_text(text_out, text_size, text);
 }
 
-struct StringWriter : pugi::xml_writer {
-    std::string out;
-    void write(const void* data, std::size_t size) override { out.append(static_cast<const char*>(data), size); }
+// The parser's text goes straight to the file as it is printed: no copy of the whole document.
+struct StreamWriter : pugi::xml_writer {
+    explicit StreamWriter(Ostrel::FileSystemDetail::FileStream& stream) : stream(stream) {}
+    void write(const void* data, std::size_t size) override { stream.write(data, size); }
+    Ostrel::FileSystemDetail::FileStream& stream;
 };
 
 bool equals_no_case(const std::string& a, const char* b)
@@ -354,17 +357,20 @@ int COXMLDocument::save(const char* path) const
         }
         unsigned flags = max_depth > kMaxIndentDepth ? pugi::format_raw : pugi::format_indent;
 
-        StringWriter writer;
-        writer.out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-        for (pugi::xml_node c = d.doc.first_child(); c; c = c.next_sibling()) {
-            if (c == d.holder || c.type() == pugi::node_declaration)
-                continue;
-            c.print(writer, "\t", flags, pugi::encoding_utf8, 0);
-        }
-        if (flags == pugi::format_raw)
-            writer.out += '\n';
-
-        if (!Ostrel::FileSystem::WriteFileAtomic(path, writer.out.data(), writer.out.size())) {
+        auto print = [&d, flags](Ostrel::FileSystemDetail::FileStream& stream) {
+            static const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+            stream.write(kDeclaration, sizeof kDeclaration - 1);
+            StreamWriter writer(stream);
+            for (pugi::xml_node c = d.doc.first_child(); c; c = c.next_sibling()) {
+                if (c == d.holder || c.type() == pugi::node_declaration)
+                    continue;
+                c.print(writer, "\t", flags, pugi::encoding_utf8, 0);
+            }
+            if (flags == pugi::format_raw)
+                stream.write("\n", 1);
+            return true;
+        };
+        if (!Ostrel::FileSystemDetail::WriteFileAtomicStreamed(path, print)) {
             unsigned long error = Ostrel::Error::GetLastError();
             if (error == Ostrel::Error::SUCCESS)
                 error = Ostrel::Error::WRITE_FAULT;

@@ -12,6 +12,7 @@
 #include <vellument/CHistory.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 
 struct CCopy::Record {
@@ -113,7 +114,7 @@ COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = CFilingBase::create_xml_node(document, "Copy");
     if (element == nullptr)
         return nullptr;
-    element->setAttribute("Deleted", AuditUtil::to_string(m_copy->deleted).c_str());
+    oxml::ElementWriter(document, element).flag("Deleted", m_copy->deleted);
     for (const CHistory* history : m_copy->histories) {
         COXMLNode* child = history->create_xml_node(document);
         if (child != nullptr)

@@ -12,6 +12,7 @@
 #include <vellument/CHistory.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 
 struct CFiling::Record {
@@ -180,11 +181,12 @@ COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = CFilingBase::create_xml_node(document, "Filing");
     if (element == nullptr)
         return nullptr;
-    element->setAttribute("EfiledSuccessful", AuditUtil::to_string(m_filing->efiled_successful).c_str());
-    element->setAttribute("PrintedSuccessful", AuditUtil::to_string(m_filing->printed_successful).c_str());
-    element->setAttribute("RecordsSuccessful", AuditUtil::to_string(m_filing->records_successful).c_str());
-    element->setAttribute("EmployeeCount", AuditUtil::to_string(m_filing->employee_count).c_str());
-    element->setAttribute("CorrectedCount", AuditUtil::to_string(m_filing->corrected_employee_count).c_str());
+    oxml::ElementWriter own(document, element);
+    own.flag("EfiledSuccessful", m_filing->efiled_successful);
+    own.flag("PrintedSuccessful", m_filing->printed_successful);
+    own.flag("RecordsSuccessful", m_filing->records_successful);
+    own.number("EmployeeCount", m_filing->employee_count);
+    own.number("CorrectedCount", m_filing->corrected_employee_count);
     for (const CForm* form : m_filing->forms) {
         COXMLNode* child = form->create_xml_node(document);
         if (child != nullptr)

@@ -7,6 +7,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 
@@ -81,22 +82,22 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
 {
     if (document == nullptr || name == nullptr)
         return nullptr;
-    COXMLNode* element = document->createElement(name);
-    if (element == nullptr)
+    oxml::ElementWriter element(document, name);
+    if (element.element() == nullptr)
         return nullptr;
     if (m_base->date.get_days() != 0.0)
-        element->setAttribute("Date", m_base->date.format(kDateFormat).c_str());
-    element->setAttribute("Type", to_type_string(m_base->type).c_str());
-    element->setAttribute("Identifier", m_base->identifier.c_str());
-    element->setAttribute("VLID", AuditUtil::to_string(m_base->vlid).c_str());
-    element->setAttribute("Printed", AuditUtil::to_string(m_base->printed).c_str());
-    element->setAttribute("Mailed", AuditUtil::to_string(m_base->mailed).c_str());
-    element->setAttribute("Efiled", AuditUtil::to_string(m_base->efiled).c_str());
-    element->setAttribute("Corrected", AuditUtil::to_string(m_base->corrected).c_str());
-    element->setAttribute("Replaceable", AuditUtil::to_string(m_base->replaceable).c_str());
-    element->setAttribute("Replacement", AuditUtil::to_string(m_base->replacement).c_str());
-    element->setAttribute("KRFPath", get_krf_file_location().c_str());
-    return element;
+        element.text("Date", m_base->date.format(kDateFormat));
+    element.text("Type", to_type_string(m_base->type));
+    element.text("Identifier", m_base->identifier);
+    element.number("VLID", m_base->vlid);
+    element.flag("Printed", m_base->printed);
+    element.flag("Mailed", m_base->mailed);
+    element.flag("Efiled", m_base->efiled);
+    element.flag("Corrected", m_base->corrected);
+    element.flag("Replaceable", m_base->replaceable);
+    element.flag("Replacement", m_base->replacement);
+    element.text("KRFPath", get_krf_file_location());
+    return element.element();
 }
 
 attributeDicList CFilingBase::getAndFillMapBase() const

@@ -7,6 +7,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/PackedText.h"
 
@@ -55,8 +56,9 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = CFormBase::create_xml_node(document, "Form");
     if (element == nullptr)
         return nullptr;
-    element->setAttribute("ViewerResultCode", m_form->text.c_str(Record::VIEWER_RESULT_CODE));
-    element->setAttribute("ResultPrinted", AuditUtil::to_string(m_form->result_printed).c_str());
+    oxml::ElementWriter own(document, element);
+    own.text("ViewerResultCode", m_form->text.c_str(Record::VIEWER_RESULT_CODE));
+    own.flag("ResultPrinted", m_form->result_printed);
     return element;
 }
 

@@ -7,6 +7,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 #include "records/PackedText.h"
@@ -79,22 +80,22 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
 {
     if (document == nullptr || name == nullptr)
         return nullptr;
-    COXMLNode* element = document->createElement(name);
-    if (element == nullptr)
+    oxml::ElementWriter element(document, name);
+    if (element.element() == nullptr)
         return nullptr;
-    element->setAttribute("Type", get_type_string().c_str());
-    element->setAttribute("Flags", get_flags_string().c_str());
-    element->setAttribute("Completion", get_completion_string().c_str());
-    element->setAttribute("Description", m_base->text.c_str(Record::DESCRIPTION));
-    element->setAttribute("Location", get_location().c_str());
-    element->setAttribute("EXMLLocation", get_exml_location().c_str());
-    element->setAttribute("Form_Name", m_base->text.c_str(Record::FORM_NAME));
-    element->setAttribute("KRF_DB_Path", m_base->text.c_str(Record::KRF_DB_PATH));
-    element->setAttribute("KRFVersion", m_base->text.c_str(Record::KRF_VERSION));
-    element->setAttribute("KRFFilter_Number", AuditUtil::to_string(m_base->krf_filter_number).c_str());
-    element->setAttribute("KRFFilter_Number2", AuditUtil::to_string(m_base->krf_filter_number_2).c_str());
-    element->setAttribute("Divider_Form", m_base->text.c_str(Record::DIVIDER_FORM));
-    return element;
+    element.text("Type", get_type_string());
+    element.text("Flags", get_flags_string());
+    element.text("Completion", get_completion_string());
+    element.text("Description", m_base->text.c_str(Record::DESCRIPTION));
+    element.text("Location", get_location());
+    element.text("EXMLLocation", get_exml_location());
+    element.text("Form_Name", m_base->text.c_str(Record::FORM_NAME));
+    element.text("KRF_DB_Path", m_base->text.c_str(Record::KRF_DB_PATH));
+    element.text("KRFVersion", m_base->text.c_str(Record::KRF_VERSION));
+    element.number("KRFFilter_Number", m_base->krf_filter_number);
+    element.number("KRFFilter_Number2", m_base->krf_filter_number_2);
+    element.text("Divider_Form", m_base->text.c_str(Record::DIVIDER_FORM));
+    return element.element();
 }
 
 attributeDicList CFormBase::getAndFillMapBase() const

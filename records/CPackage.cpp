@@ -8,6 +8,7 @@
 #include <vellument/CFiling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 
 namespace {
@@ -106,17 +107,18 @@ COXMLNode* CPackage::create_xml_node(COXMLDocument* document) const
         return element;
 
     const Record& r = *m_package;
-    element->setAttribute("BuilderVersion", r.builder_version.c_str());
-    element->setAttribute("InvoiceAmount", r.invoice_amount.c_str());
-    element->setAttribute("AddedCount", AuditUtil::to_string(r.added_employee_count).c_str());
-    element->setAttribute("DeletedCount", AuditUtil::to_string(r.deleted_employee_count).c_str());
-    element->setAttribute("CorrectedEW2EmployeeCount", AuditUtil::to_string(r.corrected_ew2_employee_count).c_str());
-    element->setAttribute("AddedEW2EmployeeCount", AuditUtil::to_string(r.added_ew2_employee_count).c_str());
-    element->setAttribute("DeletedEW2EmployeeCount", AuditUtil::to_string(r.deleted_ew2_employee_count).c_str());
-    element->setAttribute("AdditionalMode", AuditUtil::to_string(r.additional_filing_mode).c_str());
-    element->setAttribute("WebServiceFail", AuditUtil::to_string(r.web_service_unavailable).c_str());
+    oxml::ElementWriter own(document, element);
+    own.text("BuilderVersion", r.builder_version);
+    own.text("InvoiceAmount", r.invoice_amount);
+    own.number("AddedCount", r.added_employee_count);
+    own.number("DeletedCount", r.deleted_employee_count);
+    own.number("CorrectedEW2EmployeeCount", r.corrected_ew2_employee_count);
+    own.number("AddedEW2EmployeeCount", r.added_ew2_employee_count);
+    own.number("DeletedEW2EmployeeCount", r.deleted_ew2_employee_count);
+    own.flag("AdditionalMode", r.additional_filing_mode);
+    own.flag("WebServiceFail", r.web_service_unavailable);
     if (r.package_date.get_days() != 0.0)
-        element->setAttribute("PackageDate", r.package_date.format(kDateFormat).c_str());
+        own.text("PackageDate", r.package_date.format(kDateFormat));
 
     for (const CFiling* filing : r.filings) {
         COXMLNode* child = filing->create_xml_node(document);

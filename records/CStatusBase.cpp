@@ -4,6 +4,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 
@@ -68,16 +69,16 @@ COXMLNode* CStatusBase::create_xml_node(COXMLDocument* document, const char* nam
 {
     if (document == nullptr || name == nullptr)
         return nullptr;
-    COXMLNode* element = document->createElement(name);
-    if (element == nullptr)
+    oxml::ElementWriter element(document, name);
+    if (element.element() == nullptr)
         return nullptr;
-    element->setAttribute("KXNPath", get_kxn_path().c_str());
-    element->setAttribute("FilingChoice", to_package_choice_string(m_base->filing_options).c_str());
-    element->setAttribute("EmployeeCount", AuditUtil::to_string(m_base->employee_count).c_str());
-    element->setAttribute("StateEmployeeCount", AuditUtil::to_string(m_base->state_employee_count).c_str());
-    element->setAttribute("LocalEmployeeCount", AuditUtil::to_string(m_base->local_employee_count).c_str());
-    element->setAttribute("CorrectedCount", AuditUtil::to_string(m_base->corrected_employee_count).c_str());
-    return element;
+    element.text("KXNPath", get_kxn_path());
+    element.text("FilingChoice", to_package_choice_string(m_base->filing_options));
+    element.number("EmployeeCount", m_base->employee_count);
+    element.number("StateEmployeeCount", m_base->state_employee_count);
+    element.number("LocalEmployeeCount", m_base->local_employee_count);
+    element.number("CorrectedCount", m_base->corrected_employee_count);
+    return element.element();
 }
 
 attributeDicList CStatusBase::getAndFillMapBase() const

@@ -8,6 +8,7 @@
 #include <vellument/CStatus.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 
@@ -119,10 +120,11 @@ COXMLNode* CTransaction::create_xml_node(COXMLDocument* document) const
 {
     if (document == nullptr)
         return nullptr;
-    COXMLNode* element = document->createElement("Transaction");
+    oxml::ElementWriter writer(document, "Transaction");
+    COXMLNode* element = writer.element();
     if (element == nullptr)
         return nullptr;
-    element->setAttribute("Action", GetActionTypeToString(m_record->action).c_str());
+    writer.text("Action", GetActionTypeToString(m_record->action));
 
     // Only a dictionary with entries leaves an element; a missing one reads back empty.
     if (m_record->dictionary != nullptr && !m_record->dictionary->empty()) {
