@@ -269,9 +269,39 @@ struct COXMLDocumentData {
         return node;
     }
 
+    // Elements that createElement made have their node objects at once, but enter the table only
+    // when a lookup first needs it: a document built to be saved is never searched, and a table
+    // the size of the tree costs a cache miss for every element.
+    std::vector<Slot> unindexed;
+
+    COXMLNode* new_element_node(void* handle)
+    {
+        COXMLNode* node = make_node(handle, false);
+        unindexed.push_back(Slot{handle, node});
+        return node;
+    }
+
+    void index_new_elements()
+    {
+        std::vector<Slot> fresh;
+        fresh.swap(unindexed);
+        while ((table_count + fresh.size() + 1) * 2 > table.size())
+            grow_table();
+        const std::size_t mask = table.size() - 1;
+        for (const Slot& s : fresh) {
+            std::size_t i = hash(s.key) & mask;
+            while (table[i].key != nullptr)
+                i = (i + 1) & mask;
+            table[i] = s;
+        }
+        table_count += fresh.size();
+    }
+
     // The one node object of a parser struct, made on first use.
     COXMLNode* lookup(void* handle, bool is_attribute)
     {
+        if (!unindexed.empty())
+            index_new_elements();
         if ((table_count + 1) * 2 > table.size())
             grow_table();
         std::size_t mask = table.size() - 1;
@@ -292,6 +322,8 @@ struct COXMLDocumentData {
     // the cache while the present one is looked up: the table is large and each slot a miss.
     void wrap_elements(const std::vector<pugi::xml_node_struct*>& elements, std::vector<COXMLNode*>& out)
     {
+        if (!unindexed.empty())
+            index_new_elements();
         while ((table_count + elements.size() + 1) * 2 > table.size())
             grow_table();
         out.reserve(out.size() + elements.size());

@@ -22,7 +22,6 @@
 #include "toolkit/CkXmlDocument.h"
 
 using oxml::InText;
-using oxml::is_valid_name;
 
 namespace {
 
@@ -341,19 +340,22 @@ int COXMLDocument::save(const char* path) const
         pugi::xml_node start = d.doc;
         pugi::xml_node n = start.first_child();
         while (n && max_depth <= kMaxIndentDepth) {
-            if (n != d.holder && n.first_child()) {
-                n = n.first_child();
+            // Each step asks the parser once: the walk touches every element of a large tree.
+            const pugi::xml_node child = n != d.holder ? n.first_child() : pugi::xml_node();
+            if (child) {
+                n = child;
                 if (++depth > max_depth)
                     max_depth = depth;
                 continue;
             }
-            while (n != start && !n.next_sibling()) {
+            pugi::xml_node next = n.next_sibling();
+            while (!next && n != start) {
                 n = n.parent();
                 --depth;
+                if (n != start)
+                    next = n.next_sibling();
             }
-            if (n == start)
-                break;
-            n = n.next_sibling();
+            n = next;
         }
         unsigned flags = max_depth > kMaxIndentDepth ? pugi::format_raw : pugi::format_indent;
 
@@ -400,14 +402,15 @@ void COXMLDocument::clearXMLError() const
 
 COXMLNode* COXMLDocument::createElement(const char* name)
 {
-    if (!is_valid_name(name)) {
+    InText uname(name);
+    if (name == nullptr || !oxml::is_xml_name(uname.c_str())) {
         VLOG(2, "[OstrelXML] createElement: \"%s\" is not an XML name\n", name ? name : "(null)");
         return nullptr;
     }
-    InText uname(name);
     if (!uname.ascii())
         data_->all_ascii = false;
-    return data_->wrap(data_->pending_holder().append_child(uname.c_str()));
+    pugi::xml_node element = data_->pending_holder().append_child(uname.c_str());
+    return element ? data_->new_element_node(element.internal_object()) : nullptr;
 }
 
 COXMLNode* COXMLDocument::getDocumentElement()

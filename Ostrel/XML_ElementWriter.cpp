@@ -1,6 +1,7 @@
 #include "Ostrel/XML_ElementWriter.h"
 
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 
 #include <pugixml.hpp>
@@ -10,6 +11,30 @@
 #include "Ostrel/XML_Data.h"
 
 namespace oxml {
+
+namespace {
+
+// Whether every byte lies in 0x20 to 0x7F: such a value is stored as it stands. Eight bytes at a
+// time: a byte of 0x80 or more has its top bit set, and one below 0x20 sets it when 0x20 is
+// taken away (a borrow from a byte below only ever follows a byte already found).
+bool is_printable_ascii(const char* p, std::size_t n)
+{
+    const std::uint64_t kSpaces = 0x2020202020202020ull;
+    const std::uint64_t kTops = 0x8080808080808080ull;
+    std::uint64_t found = 0;
+    for (; n >= 8; p += 8, n -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        found |= (word | (word - kSpaces)) & kTops;
+    }
+    for (; n > 0; ++p, --n) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        found |= (c < 0x20 || c >= 0x80) ? 1 : 0;
+    }
+    return found == 0;
+}
+
+} // namespace
 
 ElementWriter::ElementWriter(COXMLDocument* document, const char* name)
     : element_(document != nullptr ? document->createElement(name) : nullptr)
@@ -50,14 +75,9 @@ void ElementWriter::text(const char* name, const char* value)
     if (value == nullptr)
         value = "";
     if (data_ != nullptr) {
-        // Printable ASCII is stored as it stands; a byte below 0x20 or above 0x7F wraps round to
-        // 0x60 or more here.
-        const unsigned char* p = reinterpret_cast<const unsigned char*>(value);
-        unsigned char other = 0;
-        for (; *p != 0; ++p)
-            other |= static_cast<unsigned char>(static_cast<unsigned char>(*p - 0x20) >= 0x60);
-        if (other == 0) {
-            append(name, value, static_cast<std::size_t>(reinterpret_cast<const char*>(p) - value));
+        const std::size_t size = std::strlen(value);
+        if (is_printable_ascii(value, size)) {
+            append(name, value, size);
             return;
         }
     }
