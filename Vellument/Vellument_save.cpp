@@ -193,6 +193,8 @@ int vellument_impl::save(const char* file_name)
             std::string("Error saving vellument ") + target + " with error result " + xml_error_text;
         Ostrel::Log::msgBoxReturn(__FILE__, __LINE__, __func__, Ostrel::Log::LEVEL_INFO, message.c_str(), 0);
     }
+    // The tree is written: its memory goes before the read-back builds a second one.
+    document.reset();
     if (!live)
         return result;
 
