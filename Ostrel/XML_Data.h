@@ -202,6 +202,9 @@ struct COXMLDocumentData {
         return a;
     }
 
+    // The names that the records' element writer shares among its attributes (XML_ElementWriter.cpp).
+    std::shared_ptr<void> shared_names;
+
     // Text given out in ANSI lives here until it has been overwritten 16 calls later.
     static constexpr unsigned kRingSize = 16;
     std::string ring[kRingSize];

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <string>
 
 #include <pugixml.hpp>
 
@@ -34,6 +36,61 @@ bool is_printable_ascii(const char* p, std::size_t n)
     return found == 0;
 }
 
+// For each attribute name the writers of a document use, an attribute on the document's holder
+// of unattached elements whose name lies in text that the parser read in place. A copy of such an
+// attribute shares its name instead of storing one of its own: a trail's attributes take a
+// handful of names, so most of the copying and memory of names goes. The holder is never saved
+// nor searched, so what it carries is seen nowhere.
+class SharedNames {
+public:
+    // The attribute to copy for that name, or null when the name can't be shared.
+    pugi::xml_attribute prototype(pugi::xml_node holder, const char* name)
+    {
+        std::size_t i = slot_of(name);
+        while (slots_[i].name != nullptr) {
+            if (slots_[i].name == name)
+                return pugi::xml_attribute(slots_[i].prototype);
+            i = (i + 1) % kSlots;
+        }
+        if (used_ + 1 > kSlots * 3 / 4)
+            return pugi::xml_attribute();
+        slots_[i] = Slot{name, make(holder, name).internal_object()};
+        ++used_;
+        return pugi::xml_attribute(slots_[i].prototype);
+    }
+
+private:
+    // Names are the writers' constants, so the same pointer comes back each time; the same text
+    // at another address only takes a second slot.
+    static std::size_t slot_of(const char* name)
+    {
+        const std::uintptr_t v = reinterpret_cast<std::uintptr_t>(name);
+        return static_cast<std::size_t>((v ^ (v >> 7) ^ (v >> 13)) % kSlots);
+    }
+
+    static pugi::xml_attribute make(pugi::xml_node holder, const char* name)
+    {
+        const std::string text = std::string("<p ") + name + "=\"\"/>";
+        if (!holder.append_buffer(text.data(), text.size(), pugi::parse_minimal, pugi::encoding_utf8))
+            return pugi::xml_attribute();
+        pugi::xml_node parsed = holder.last_child();
+        pugi::xml_attribute copy;
+        if (parsed.first_attribute() && std::strcmp(parsed.first_attribute().name(), name) == 0)
+            copy = holder.append_copy(parsed.first_attribute());
+        // The parsed text lives as long as the document, so the copy's name outlives the element.
+        holder.remove_child(parsed);
+        return copy;
+    }
+
+    static constexpr std::size_t kSlots = 256;
+    struct Slot {
+        const char* name;
+        pugi::xml_attribute_struct* prototype;
+    };
+    Slot slots_[kSlots] = {};
+    std::size_t used_ = 0;
+};
+
 } // namespace
 
 ElementWriter::ElementWriter(COXMLDocument* document, const char* name)
@@ -57,6 +114,8 @@ void ElementWriter::adopt(COXMLDocument* document)
     // element is of this document and that no caller has reached it yet.
     if (!n || n.type() != pugi::node_element || !d->holder || n.parent() != d->holder)
         return;
+    if (!d->shared_names)
+        d->shared_names = std::make_shared<SharedNames>();
     data_ = d;
     node_ = n.internal_object();
 }
@@ -64,7 +123,15 @@ void ElementWriter::adopt(COXMLDocument* document)
 void ElementWriter::append(const char* name, const char* value, std::size_t size)
 {
     pugi::xml_node n(static_cast<pugi::xml_node_struct*>(node_));
-    // Through the document's own append, which keeps its lookup aids in step.
+    // An element that setAttribute has worked on may carry the document's lookup aids: its own
+    // append keeps them in step.
+    if (node_ != data_->indexed_node && node_ != data_->filter_node) {
+        SharedNames& names = *static_cast<SharedNames*>(data_->shared_names.get());
+        if (pugi::xml_attribute prototype = names.prototype(data_->holder, name)) {
+            n.append_copy(prototype).set_value(value, size);
+            return;
+        }
+    }
     data_->append_attribute(n, name).set_value(value, size);
 }
 
