@@ -71,14 +71,17 @@ private:
     static pugi::xml_attribute make(pugi::xml_node holder, const char* name)
     {
         const std::string text = std::string("<p ") + name + "=\"\"/>";
-        if (!holder.append_buffer(text.data(), text.size(), pugi::parse_minimal, pugi::encoding_utf8))
-            return pugi::xml_attribute();
-        pugi::xml_node parsed = holder.last_child();
+        const pugi::xml_node before = holder.last_child();
+        const bool parsed = holder.append_buffer(text.data(), text.size(), pugi::parse_minimal, pugi::encoding_utf8);
         pugi::xml_attribute copy;
-        if (parsed.first_attribute() && std::strcmp(parsed.first_attribute().name(), name) == 0)
-            copy = holder.append_copy(parsed.first_attribute());
-        // The parsed text lives as long as the document, so the copy's name outlives the element.
-        holder.remove_child(parsed);
+        const pugi::xml_node element = holder.last_child();
+        if (parsed && element != before && element.first_attribute() &&
+            std::strcmp(element.first_attribute().name(), name) == 0)
+            copy = holder.append_copy(element.first_attribute());
+        // Whatever the parser added goes again, the elements waiting in the holder stay. The parsed
+        // text lives as long as the document, so the copy's name outlives the element.
+        while (holder.last_child() != before)
+            holder.remove_child(holder.last_child());
         return copy;
     }
 
