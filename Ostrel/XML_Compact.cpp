@@ -129,6 +129,32 @@ void decode_value(Byte* p, Byte* stop)
     *out = '\0';
 }
 
+// Whether the text has nothing a compact tree doesn't keep: no DOCTYPE, and outside markup white
+// space only. Each stretch from a '>' to the next '<' is looked at; a '>' inside a value, a
+// comment or a PI makes such a stretch begin early and take in some markup, which can only make
+// the answer no, never yes where text stands.
+bool holds_no_text(const std::string& bytes)
+{
+    const Byte* p = reinterpret_cast<const Byte*>(bytes.data());
+    const Byte* const end = p + bytes.size();
+    for (;;) {
+        const Byte* open = static_cast<const Byte*>(std::memchr(p, '<', static_cast<std::size_t>(end - p)));
+        if (open == nullptr)
+            open = end;
+        for (; p < open; ++p)
+            if (!is_space(*p))
+                return false;
+        if (open == end)
+            return true;
+        if (open[1] == '!' && open[2] != '-')
+            return false;  // a DOCTYPE or CDATA
+        p = static_cast<const Byte*>(std::memchr(open, '>', static_cast<std::size_t>(end - open)));
+        if (p == nullptr)
+            return false;
+        ++p;
+    }
+}
+
 } // namespace
 
 std::uint32_t CompactTree::intern(const char* name, std::size_t length)
@@ -149,82 +175,48 @@ std::uint32_t CompactTree::name_index(const char* utf8) const
     return found == name_indexes_.end() ? kNone : found->second;
 }
 
-std::uint32_t CompactTree::find_attribute(std::uint32_t i, const char* utf8_name, std::uint32_t from) const
+CompactTree::Outcome CompactTree::build(std::string& bytes, const WellFormedResult& check)
 {
-    const std::uint32_t begin = attributes_begin(i);
-    const std::uint32_t end = attributes_end(i);
-    if (from < begin || from > end)
-        from = begin;
-    const char wanted = utf8_name[0];
-    auto same = [&](std::uint32_t a) {
-        const char* name = text_.data() + attributes_[a].name;
-        if (name[0] != wanted)
-            return false;
-        const char* b = utf8_name;
-        for (; *name == *b; ++name, ++b)
-            if (*name == '\0')
-                return true;
-        return false;
-    };
-    for (std::uint32_t a = from; a < end; ++a)
-        if (same(a))
-            return a;
-    for (std::uint32_t a = begin; a < from; ++a)
-        if (same(a))
-            return a;
-    return kNone;
-}
-
-bool CompactTree::build(std::string& bytes, const WellFormedResult& check)
-{
-    if (check.cdata || check.namespaces || bytes.size() > kMaxText)
-        return false;
     elements_.clear();
     attributes_.clear();
     names_.clear();
     name_indexes_.clear();
+    if (check.cdata || check.namespaces || bytes.size() > kMaxText || !holds_no_text(bytes))
+        return kNotHeld;
 
-    // First the structure, without a change to the bytes, so that the text can still go to the
-    // parser when it holds what this tree doesn't keep; then the names and values in place.
     const Byte* const begin = reinterpret_cast<const Byte*>(bytes.data());
     const Byte* const end = begin + bytes.size();  // a readable NUL, which stops every scan
-    std::vector<std::uint32_t> value_ends;         // where each value's closing quote stands
+    Byte* const text = reinterpret_cast<Byte*>(&bytes[0]);
     // A file the library writes has about 14 attributes an element and 25 bytes an attribute.
     attributes_.reserve(bytes.size() / 24);
-    value_ends.reserve(bytes.size() / 24);
     elements_.reserve(bytes.size() / 300);
 
     const Byte* p = begin;
     std::uint32_t open = kNone;
-    bool root_seen = false;
     while (p < end) {
         if (*p != '<') {
-            // White space only, inside the document element as outside it.
-            const Byte* next = static_cast<const Byte*>(std::memchr(p, '<', static_cast<std::size_t>(end - p)));
-            if (next == nullptr)
-                next = end;
-            for (; p < next; ++p)
-                if (!is_space(*p))
-                    return false;
+            ++p;  // white space, as holds_no_text found
             continue;
         }
         const Byte c = p[1];
         if (c == '?') {
             p = past(p + 2, end, "?>");
         } else if (c == '!') {
-            if (p[2] != '-')
-                return false;  // a DOCTYPE or CDATA
-            p = past(p + 4, end, "-->");
+            p = past(p + 4, end, "-->");  // a comment: holds_no_text let nothing else through
         } else if (c == '/') {
+            if (open == kNone)
+                return fail();
             elements_[open].end = static_cast<std::uint32_t>(elements_.size());
             open = elements_[open].parent;
-            p = static_cast<const Byte*>(std::memchr(p, '>', static_cast<std::size_t>(end - p))) + 1;
+            p = static_cast<const Byte*>(std::memchr(p, '>', static_cast<std::size_t>(end - p)));
+            if (p == nullptr)
+                return fail();
+            ++p;
             if (open == kNone)
                 break;  // what follows the document element holds no element
         } else {
-            if (root_seen && open == kNone)
-                return false;  // not expected after the check
-            root_seen = true;
+            if (open == kNone && !elements_.empty())
+                return fail();
             const Byte* name = p + 1;
             p = skip_name(name, end);
             const std::uint32_t index = static_cast<std::uint32_t>(elements_.size());
@@ -244,48 +236,59 @@ bool CompactTree::build(std::string& bytes, const WellFormedResult& check)
                     ++p;
                     break;
                 }
+                if (p >= end)
+                    return fail();
+                // name, blanks, '=', blanks, the value in quotes: both made NUL-terminated texts.
                 const Byte* attribute = p;
-                p = skip_spaces(skip_name(p, end));
-                p = skip_spaces(p + 1);  // past '='
+                Byte* name_end = text + (skip_name(p, end) - begin);
+                p = skip_spaces(name_end);
+                if (*p != '=')
+                    return fail();
+                *name_end = '\0';
+                p = skip_spaces(p + 1);
                 const Byte quote = *p++;
+                if (quote != '"' && quote != '\'')
+                    return fail();
                 const Byte* value = p;
-                std::uint32_t decode = 0;
+                bool decode = false;
                 for (;;) {
                     p = scan::skip_plain_value(p, end);
                     const Byte stop = *p;
                     if (stop == quote)
                         break;
+                    if (p >= end)
+                        return fail();
                     if (stop == '&' || stop == '\t' || stop == '\n' || stop == '\r')
-                        decode = kDecode;
+                        decode = true;
                     ++p;
                 }
-                attributes_.push_back(Attribute{static_cast<std::uint32_t>(attribute - begin),
-                                                static_cast<std::uint32_t>(value - begin)});
-                value_ends.push_back(static_cast<std::uint32_t>(p - begin) | decode);
+                Byte* const value_end = text + (p - begin);
+                if (decode)
+                    decode_value(text + (value - begin), value_end);
+                else
+                    *value_end = '\0';
+                // Field by field: a brace-initialised pair goes through the stack, and reading
+                // it back as one word stalls on the two halves just stored.
+                attributes_.emplace_back();
+                attributes_.back().name = static_cast<std::uint32_t>(attribute - begin);
+                attributes_.back().value = static_cast<std::uint32_t>(value - begin);
                 ++p;
             }
         }
     }
-    if (elements_.empty() || open != kNone) {
-        elements_.clear();
-        attributes_.clear();
-        return false;  // not expected after the check
-    }
+    if (elements_.empty() || open != kNone)
+        return fail();
     elements_.push_back(Element{kNone, static_cast<std::uint32_t>(attributes_.size()), kNone, kNone});
-
-    Byte* const text = reinterpret_cast<Byte*>(&bytes[0]);
-    for (std::size_t a = 0; a < attributes_.size(); ++a) {
-        *const_cast<Byte*>(skip_name(text + attributes_[a].name, end)) = '\0';
-        const std::uint32_t value_end = value_ends[a];
-        Byte* const value = text + attributes_[a].value;
-        if ((value_end & kDecode) != 0)
-            decode_value(value, text + (value_end & ~kDecode));
-        else
-            text[value_end] = '\0';
-    }
     text_.swap(bytes);
     bytes.clear();
-    return true;
+    return kBuilt;
+}
+
+CompactTree::Outcome CompactTree::fail()
+{
+    elements_.clear();
+    attributes_.clear();
+    return kFailed;
 }
 
 } // namespace oxml

@@ -36,11 +36,15 @@ public:
         std::uint32_t parent;           // kNone for the document element
     };
 
-    // Builds the tree of UTF-8 text that check_well_formed passed, with its result. False, with
-    // the bytes left as they were, when the text holds what the tree doesn't keep: a DOCTYPE,
-    // text other than white space, CDATA, namespaces, or a size past what offsets hold. On
-    // success the bytes are kept, names and values decoded in place.
-    bool build(std::string& bytes, const WellFormedResult& check);
+    enum Outcome {
+        kBuilt,    // the tree holds the text, which it took over
+        kNotHeld,  // the text holds what the tree doesn't keep; the bytes are as they were
+        kFailed    // the text is not what the check passes; the bytes are spent
+    };
+    // Builds the tree of UTF-8 text that check_well_formed passed, with its result. Not held: a
+    // DOCTYPE, text other than white space, CDATA, namespaces, or a size past what offsets hold.
+    // Names and values are decoded in place.
+    Outcome build(std::string& bytes, const WellFormedResult& check);
 
     std::uint32_t size() const { return static_cast<std::uint32_t>(elements_.size()) - 1; }
     const Element& element(std::uint32_t i) const { return elements_[i]; }
@@ -57,15 +61,37 @@ public:
     // The attribute of that name on element i, looked for from the attribute `from` on and then
     // from the element's first; kNone when it has none. An element holds a name once, so where
     // the search starts doesn't change what it finds.
-    std::uint32_t find_attribute(std::uint32_t i, const char* utf8_name, std::uint32_t from) const;
+    std::uint32_t find_attribute(std::uint32_t i, const char* utf8_name, std::uint32_t from) const
+    {
+        const std::uint32_t begin = attributes_begin(i);
+        const std::uint32_t end = attributes_end(i);
+        if (from < begin || from > end)
+            from = begin;
+        for (std::uint32_t a = from; a < end; ++a)
+            if (same_name(attribute_name(a), utf8_name))
+                return a;
+        for (std::uint32_t a = begin; a < from; ++a)
+            if (same_name(attribute_name(a), utf8_name))
+                return a;
+        return kNone;
+    }
 
 private:
+    static bool same_name(const char* a, const char* b)
+    {
+        for (; *a == *b; ++a, ++b)
+            if (*a == '\0')
+                return true;
+        return false;
+    }
+
     struct Attribute {
         std::uint32_t name;   // offsets of NUL-terminated texts in text_
         std::uint32_t value;
     };
 
     std::uint32_t intern(const char* name, std::size_t length);
+    Outcome fail();
 
     std::string text_;
     std::vector<Element> elements_;  // with one more at the end, that closes the last one's attributes

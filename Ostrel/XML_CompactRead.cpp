@@ -26,9 +26,18 @@ std::uint32_t element_or_root(std::uint32_t element)
 const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, const char* name)
 {
     element = element_or_root(element);
-    oxml::InText utf8(name);
     const std::uint32_t from = element == compact_hint_element ? compact_hint_next : compact->attributes_begin(element);
-    const std::uint32_t found = compact->find_attribute(element, utf8.c_str(), from);
+    // An ASCII name, as the records' all are, is the same in UTF-8.
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(name);
+    while (*p != 0 && *p < 0x80)
+        ++p;
+    std::uint32_t found;
+    if (*p == 0) {
+        found = compact->find_attribute(element, name, from);
+    } else {
+        oxml::InText utf8(name);
+        found = compact->find_attribute(element, utf8.c_str(), from);
+    }
     if (found == CompactTree::kNone)
         return "";
     compact_hint_element = element;

@@ -327,10 +327,18 @@ COXMLDocument* oxml::load_for_reading(const char* path, int* errorCode, char* er
         COXMLDocumentData& data = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document.get()));
         std::unique_ptr<oxml::CompactTree> tree(new oxml::CompactTree);
         // Text that the tree doesn't keep goes to the parser.
-        if (tree->build(bytes, check)) {
+        switch (tree->build(bytes, check)) {
+        case oxml::CompactTree::kBuilt:
             data.all_ascii = check.ascii;
             data.adopt(std::move(tree));
-        } else if (!parse_checked(std::move(bytes), check, data, errorCode, errorText, errorTextSize)) {
+            break;
+        case oxml::CompactTree::kNotHeld:
+            if (!parse_checked(std::move(bytes), check, data, errorCode, errorText, errorTextSize))
+                return nullptr;
+            break;
+        case oxml::CompactTree::kFailed:
+            // Not expected after the check.
+            report(errorCode, errorText, errorTextSize, OXML_E_SYNTAX, "Text the check passed could not be read");
             return nullptr;
         }
         return document.release();

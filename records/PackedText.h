@@ -48,6 +48,38 @@ public:
             ends_[i] = ends[i];
     }
 
+    // The texts given one after the other, in order, each as a head and a tail, gathered in one
+    // block without a string of their own: a record read from a document fills its texts so.
+    class Builder {
+    public:
+        explicit Builder(std::size_t expected) { text_.reserve(expected); }
+        void add(const char* head, const char* tail)
+        {
+            if (count_ >= N)
+                return;
+            text_ += head;
+            text_ += tail;
+            ends_[count_++] = text_.size();
+            text_ += '\0';
+        }
+
+    private:
+        friend class PackedText;
+        std::string text_;
+        std::size_t ends_[N] = {};
+        std::size_t count_ = 0;
+    };
+
+    // Takes the texts of a builder; those it wasn't given are empty.
+    void assign(Builder&& built)
+    {
+        while (built.count_ < N)
+            built.add("", "");
+        text_.swap(built.text_);
+        for (std::size_t i = 0; i < N; ++i)
+            ends_[i] = built.ends_[i];
+    }
+
 private:
     std::size_t start(std::size_t i) const { return i == 0 ? 0 : ends_[i - 1] + 1; }
 
