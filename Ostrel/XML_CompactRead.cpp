@@ -113,7 +113,12 @@ std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::u
     // The descendants are the elements that follow up to the end of the subtree.
     const std::uint32_t begin = element == kCompactDocument ? 0 : element + 1;
     const std::uint32_t end = element == kCompactDocument ? compact->size() : compact->element(element).end;
+    // Counted first: the list is made once, at its size.
+    std::size_t count = any ? end - begin : 0;
+    for (std::uint32_t e = begin; !any && e < end; ++e)
+        count += compact->element(e).name == wanted;
     std::vector<COXMLNode*>& out = list->items_->nodes;
+    out.reserve(count);
     for (std::uint32_t e = begin; e < end; ++e)
         if (any || compact->element(e).name == wanted)
             out.push_back(compact_elements.at(e));

@@ -19,7 +19,8 @@ struct CFormBase::Record {
     int krf_filter_number_2 = 0;
     // Paths of the output in relative form.
     enum Text { DESCRIPTION, LOCATION, EXML_LOCATION, FORM_NAME, KRF_DB_PATH, KRF_VERSION, DIVIDER_FORM, TEXTS };
-    PackedText<TEXTS> text;
+    // A form's texts mostly take about a hundred bytes: they live inside the record.
+    PackedText<TEXTS, 120> text;
 };
 
 namespace {
@@ -72,7 +73,7 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
     // The texts go straight into the record's one block, in their order, which is also the order
     // written. The paths in relative form; one conversion suffices: a relative path converts to
     // itself.
-    PackedText<Record::TEXTS>::Builder texts(128);
+    decltype(m_base->text)::Builder texts;
     texts.add("", node->getAttribute("Description"));
     add_relative_path(texts, node->getAttribute("Location"));
     add_relative_path(texts, node->getAttribute("EXMLLocation"));
