@@ -129,29 +129,71 @@ void decode_value(Byte* p, Byte* stop)
     *out = '\0';
 }
 
-// Whether the text has nothing a compact tree doesn't keep: no DOCTYPE, and outside markup white
-// space only. Each stretch from a '>' to the next '<' is looked at; a '>' inside a value, a
-// comment or a PI makes such a stretch begin early and take in some markup, which can only make
-// the answer no, never yes where text stands.
+// Past the start tag at open, read by its grammar: a '>' may stand inside a value.
+const Byte* past_start_tag(const Byte* open, const Byte* end)
+{
+    const Byte* p = open + 1;
+    while (p < end && !is_space(*p) && *p != '>' && *p != '/')
+        ++p;
+    for (;;) {
+        while (p < end && is_space(*p))
+            ++p;
+        if (p >= end)
+            return end;
+        if (*p == '>')
+            return p + 1;
+        if (*p == '/')
+            return p + 2 <= end ? p + 2 : end;
+        while (p < end && *p != '"' && *p != '\'')
+            ++p;
+        if (p >= end)
+            return end;
+        const void* close = std::memchr(p + 1, *p, static_cast<std::size_t>(end - p - 1));
+        if (close == nullptr)
+            return end;
+        p = static_cast<const Byte*>(close) + 1;
+    }
+}
+
+// Whether the text has nothing a compact tree doesn't keep: no DOCTYPE, no CDATA, and outside
+// markup white space only. A tag is taken to end at the first '>': where that one stands inside a
+// value, what follows it isn't blank, and the tag is read again by its grammar.
 bool holds_no_text(const std::string& bytes)
 {
     const Byte* p = reinterpret_cast<const Byte*>(bytes.data());
     const Byte* const end = p + bytes.size();
+    const Byte* guessed = nullptr;  // the start tag whose end was taken at its first '>'
     for (;;) {
         const Byte* open = static_cast<const Byte*>(std::memchr(p, '<', static_cast<std::size_t>(end - p)));
         if (open == nullptr)
             open = end;
         for (; p < open; ++p)
             if (!is_space(*p))
+                break;
+        if (p < open) {
+            if (guessed == nullptr)
                 return false;
+            p = past_start_tag(guessed, end);
+            guessed = nullptr;
+            continue;
+        }
         if (open == end)
             return true;
-        if (open[1] == '!' && open[2] != '-')
-            return false;  // a DOCTYPE or CDATA
-        p = static_cast<const Byte*>(std::memchr(open, '>', static_cast<std::size_t>(end - open)));
-        if (p == nullptr)
-            return false;
-        ++p;
+        guessed = nullptr;
+        if (open[1] == '!') {
+            if (open[2] != '-')
+                return false;  // a DOCTYPE or CDATA
+            p = past(open + 4, end, "-->");
+        } else if (open[1] == '?') {
+            p = past(open + 2, end, "?>");
+        } else {
+            const Byte* close = static_cast<const Byte*>(std::memchr(open, '>', static_cast<std::size_t>(end - open)));
+            if (close == nullptr)
+                return false;
+            if (open[1] != '/')
+                guessed = open;
+            p = close + 1;
+        }
     }
 }
 
