@@ -27,16 +27,13 @@ const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, cons
 {
     element = element_or_root(element);
     const std::uint32_t from = element == compact_hint_element ? compact_hint_next : compact->attributes_begin(element);
-    // An ASCII name, as the records' all are, is the same in UTF-8.
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(name);
-    while (*p != 0 && *p < 0x80)
-        ++p;
-    std::uint32_t found;
-    if (*p == 0) {
-        found = compact->find_attribute(element, name, from);
-    } else {
+    // The name is looked for as it stands: an ASCII name, as the records' all are, is the same in
+    // UTF-8. Any other is looked for in UTF-8, when it matched as it stands or wasn't found.
+    bool wide = false;
+    std::uint32_t found = compact->find_attribute(element, name, from, &wide);
+    if (found == CompactTree::kNone ? !oxml::is_ascii(name) : wide) {
         oxml::InText utf8(name);
-        found = compact->find_attribute(element, utf8.c_str(), from);
+        found = compact->find_attribute(element, utf8.c_str(), from, &wide);
     }
     if (found == CompactTree::kNone)
         return "";

@@ -1,11 +1,13 @@
-#ifndef VELLUMENT_TESTS_TRAIL_DUMP_H
-#define VELLUMENT_TESTS_TRAIL_DUMP_H
+#ifndef VELLUMENT_TESTS_COMPACT_SAMENESS_H
+#define VELLUMENT_TESTS_COMPACT_SAMENESS_H
 
-// Everything a read-only open leaves in a vellument object, as one text, for comparing two ways
-// of reading the same file: the trail's fields and dictionary, and every record's lists and the
-// fields that no list holds. Shared by the test and the fuzz target of the compact reader.
+// What the test and the fuzz target of the compact reader compare: a compact tree with the
+// parser's document of the same file, and two vellument objects opened from the same trail.
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,8 +21,12 @@
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
 #include <vellument/CVellument.h>
+#include <vellument/Ostrel_Format.h>
+#include <vellument/Ostrel_XML.h>
 
-namespace trail_dump {
+#include "Ostrel/XML_Compact.h"
+
+namespace compact_sameness {
 
 inline void add(std::string& out, const attributeDicList& list)
 {
@@ -39,7 +45,9 @@ inline void add(std::string& out, const CDictionary* dictionary)
     out += "\n";
 }
 
-inline std::string of(const CVellument& v)
+// Everything a read-only open leaves in a vellument object, as one text: the trail's fields and
+// dictionary, and every record's lists and the fields that no list holds.
+inline std::string dump(const CVellument& v)
 {
     std::string out;
     add(out, v.getAndFillMap());
@@ -78,6 +86,38 @@ inline std::string of(const CVellument& v)
     return out;
 }
 
+// The first difference between the compact tree and the parser's document of the same text, or
+// "": the elements in document order with their names, attributes and the size of their subtree
+// (that only for small trees: it is asked element by element).
+inline std::string tree_difference(const oxml::CompactTree& tree, COXMLDocument& document)
+{
+    auto out = [](const char* utf8) { return Ostrel::Format::Utf8ToAnsi(utf8, std::strlen(utf8)); };
+    std::shared_ptr<COXMLNodeList> elements = document.getElementsByTagName("*");
+    if (static_cast<std::uint32_t>(elements->length()) != tree.size())
+        return "element count";
+    for (std::uint32_t i = 0; i < tree.size(); ++i) {
+        const std::string at = " of element " + std::to_string(i);
+        COXMLNode* element = elements->item(static_cast<int>(i));
+        if (element->nodeName() != out(tree.name_of(i)))
+            return "name" + at;
+        if (tree.size() <= 500 &&
+            static_cast<std::uint32_t>(element->getElementsByTagName("*")->length()) != tree.element(i).end - i - 1)
+            return "subtree" + at;
+        std::shared_ptr<COXMLNamedNodeMap> attributes = element->attributes();
+        const std::uint32_t first = tree.attributes_begin(i);
+        if (static_cast<std::uint32_t>(attributes->length()) != tree.attributes_end(i) - first)
+            return "attribute count" + at;
+        for (std::uint32_t a = first; a < tree.attributes_end(i); ++a) {
+            COXMLNode* attribute = attributes->item(static_cast<int>(a - first));
+            if (attribute->nodeName() != out(tree.attribute_name(a)))
+                return "attribute name" + at + ": " + attribute->nodeName();
+            if (attribute->getText() != out(tree.attribute_value(a)))
+                return "value" + at + ": " + attribute->getText();
+        }
+    }
+    return std::string();
+}
+
 // The same document with a DOCTYPE, after its declaration if it has one: a file that the compact
 // reader leaves to the parser, which reads it as the same tree.
 inline std::string with_doctype(const std::string& text)
@@ -90,6 +130,6 @@ inline std::string with_doctype(const std::string& text)
     return text.substr(0, at) + "<!DOCTYPE AuditTrail>" + text.substr(at);
 }
 
-} // namespace trail_dump
+} // namespace compact_sameness
 
 #endif
