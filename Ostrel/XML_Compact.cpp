@@ -2,7 +2,9 @@
 
 #include <cstring>
 
-#include "Ostrel/XML_WellFormed_Scan.h"
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace oxml {
 
@@ -18,15 +20,47 @@ bool is_space(Byte c)
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-// Past a name: checked text, so every byte from 0x80 on inside a tag is part of one.
-const Byte* skip_name(const Byte* p, const Byte* end)
+// Past a name. The text is checked, so a name ends at the first blank, '=', '/' or '>' (or at the
+// NUL after the text), whatever bytes it holds; 16 bytes are looked at a time where there are.
+inline const Byte* skip_name(const Byte* p, const Byte* end)
 {
-    for (;;) {
-        p = scan::skip_ascii_name(p, end);
-        if (*p < 0x80)
-            return p;
-        ++p;
+#ifdef __SSE2__
+    while (end - p >= 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i low = _mm_cmpeq_epi8(_mm_min_epu8(x, _mm_set1_epi8(0x20)), x);
+        const __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8('=')),
+                                                        _mm_cmpeq_epi8(x, _mm_set1_epi8('/'))),
+                                           _mm_cmpeq_epi8(x, _mm_set1_epi8('>')));
+        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(low, marks)));
+        if (mask != 0)
+            return p + __builtin_ctz(mask);
+        p += 16;
     }
+#endif
+    while (*p > 0x20 && *p != '=' && *p != '/' && *p != '>')
+        ++p;
+    return p;
+}
+
+// Where a value in the given quote ends, or stops at a byte that needs decoding: '&' or a tab,
+// line end or CR (the only bytes under 0x20 that the check lets through).
+inline const Byte* skip_value(const Byte* p, const Byte* end, Byte quote)
+{
+#ifdef __SSE2__
+    while (end - p >= 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(x, _mm_set1_epi8(0x1F)), x);
+        const __m128i marks = _mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8(static_cast<char>(quote))),
+                                           _mm_cmpeq_epi8(x, _mm_set1_epi8('&')));
+        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(control, marks)));
+        if (mask != 0)
+            return p + __builtin_ctz(mask);
+        p += 16;
+    }
+#endif
+    while (*p >= 0x20 && *p != quote && *p != '&')
+        ++p;
+    return p;
 }
 
 const Byte* skip_spaces(const Byte* p)
@@ -294,7 +328,7 @@ CompactTree::Outcome CompactTree::build(std::string& bytes, const WellFormedResu
                 const Byte* value = p;
                 bool decode = false;
                 for (;;) {
-                    p = scan::skip_plain_value(p, end);
+                    p = skip_value(p, end, quote);
                     const Byte stop = *p;
                     if (stop == quote)
                         break;
