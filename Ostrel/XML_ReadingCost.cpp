@@ -1,5 +1,6 @@
 #include "Ostrel/XML_ReadingCost.h"
 
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -16,7 +17,8 @@ std::uint64_t add_saturating(std::uint64_t a, std::uint64_t b)
 }
 
 // The walk over either kind of tree; Tree gives its nodes (Node, valid when not null), whether a
-// node is an element, its name and number of attributes, and the first child and next sibling.
+// node is an element, the index that find gives its name, its number of attributes, and the first
+// child and next sibling.
 template <typename Tree>
 XmlReadingCost reading_cost(const Tree& tree, const XmlReadingStep* steps, int count)
 {
@@ -78,7 +80,7 @@ XmlReadingCost reading_cost(const Tree& tree, const XmlReadingStep* steps, int c
     for (;;) {
         if (tree.valid(next)) {
             if (tree.is_element(next)) {
-                enter(next, find_name(tree.name(next)));
+                enter(next, tree.name_index(next, find_name));
                 next = tree.first_child(next);
             } else {
                 cost.nodes = add_saturating(cost.nodes, 1);
@@ -132,7 +134,11 @@ struct ParserTree {
     Node root() const { return top; }
     static bool valid(Node n) { return static_cast<bool>(n); }
     static bool is_element(Node n) { return n.type() == pugi::node_element; }
-    static const char* name(Node n) { return n.name(); }
+    template <typename Find>
+    static int name_index(Node n, Find& find)
+    {
+        return find(n.name());
+    }
     static std::uint64_t attribute_count(Node n)
     {
         std::uint64_t count = 0;
@@ -144,14 +150,25 @@ struct ParserTree {
     static Node next_sibling(Node n) { return n.next_sibling(); }
 };
 
-// Every node of a compact tree is an element.
+// Every node of a compact tree is an element; its names are looked up once each.
 struct CompactTreeNodes {
     using Node = std::uint32_t;
     const oxml::CompactTree& tree;
+    mutable std::vector<int> indexes;  // by name, once found; kUnknown before
+    static constexpr int kUnknown = INT32_MIN;
     static Node root() { return 0; }
     static bool valid(Node n) { return n != oxml::CompactTree::kNone; }
     static bool is_element(Node) { return true; }
-    const char* name(Node n) const { return tree.name_of(n); }
+    template <typename Find>
+    int name_index(Node n, Find& find) const
+    {
+        const std::uint32_t name = tree.element(n).name;
+        if (name >= indexes.size())
+            indexes.resize(name + 1, kUnknown);
+        if (indexes[name] == kUnknown)
+            indexes[name] = find(tree.name_of(n));
+        return indexes[name];
+    }
     std::uint64_t attribute_count(Node n) const { return tree.attributes_end(n) - tree.attributes_begin(n); }
     Node first_child(Node n) const { return n + 1 < tree.element(n).end ? n + 1 : oxml::CompactTree::kNone; }
     Node next_sibling(Node n) const
@@ -171,6 +188,6 @@ XmlReadingCost xml_reading_cost(const COXMLDocument* document, const XmlReadingS
         return XmlReadingCost();
     const COXMLDocumentData& data = *COXMLDocumentData::of(document);
     if (data.compact)
-        return reading_cost(CompactTreeNodes{*data.compact}, steps, count);
+        return reading_cost(CompactTreeNodes{*data.compact, {}}, steps, count);
     return reading_cost(ParserTree{data.root()}, steps, count);
 }
