@@ -79,7 +79,7 @@ std::vector<Case> cases()
          true},
         {"records at odd depths, duplicates, unknown elements",
          trail("<Transaction Action=\"7\"><Dictionary a=\"1\"/><Dictionary a=\"2\"/><X><Package/></X>"
-               "<Package BuilderVersion=\"first\"><Filing Identifier=\"outer\"><Y>" + form +
+               "<Package BuilderVersion=\"first\"><Filing Identifier=\"outer\" Note=\"x>y\"><Y>" + form +
                "<Filing Identifier=\"inner\">" + form + "</Filing></Y></Filing><Form Type=\"W-3\"/></Package>"
                "<Package BuilderVersion=\"second\"/><Status><Copy Identifier=\"c\"><Copy Identifier=\"d\">"
                "<History Type=\"T4\"/></Copy></Copy><History/></Status></Transaction>\n"
