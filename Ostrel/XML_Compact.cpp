@@ -12,8 +12,7 @@ namespace {
 
 using Byte = unsigned char;
 
-const std::uint32_t kDecode = 0x80000000u;  // flag on a value's end: the value needs decoding
-const std::size_t kMaxText = 0x7FFFFFF0u;    // offsets and that flag share 32 bits
+const std::size_t kMaxText = 0xFFFFFFF0u;  // offsets into the text are 32 bits
 
 bool is_space(Byte c)
 {
@@ -125,10 +124,10 @@ void decode_value(Byte* p, Byte* stop)
             if (*p == '#') {
                 std::uint32_t code = 0;
                 if (p[1] == 'x') {
-                    for (p += 2; *p != ';'; ++p)
+                    for (p += 2; p < stop && *p != ';'; ++p)
                         code = code * 16 + hex_digit(*p);
                 } else {
-                    for (++p; *p != ';'; ++p)
+                    for (++p; p < stop && *p != ';'; ++p)
                         code = code * 10 + (*p - '0');
                 }
                 out = put_utf8(out, code);
@@ -143,7 +142,7 @@ void decode_value(Byte* p, Byte* stop)
                         break;
                     }
                 }
-                while (*p != ';')
+                while (p < stop && *p != ';')
                     ++p;
             }
             ++p;
