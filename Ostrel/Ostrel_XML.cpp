@@ -89,10 +89,6 @@ std::string replace_controls(const char* text)
 // ---------------------------------------------------------------------------------------------
 // Lists
 
-struct COXMLNodeList::Items {
-    std::vector<COXMLNode*> nodes;
-};
-
 COXMLNodeList::COXMLNodeList() : items_(new Items) {}
 
 COXMLNodeList::~COXMLNodeList() = default;
@@ -180,6 +176,9 @@ const char* COXMLNode::getAttribute(const char* name) const
     if (is_attribute_ || name == nullptr)
         return "";
     COXMLDocumentData& d = *owner_;
+    const std::uint32_t compact = d.compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact)
+        return d.compact_get_attribute(compact, name);
     pugi::xml_node n = COXMLDocumentData::node_of(this);
     if (n == d.doc)
         n = d.root();
@@ -193,6 +192,12 @@ const char* COXMLNode::getAttribute(const char* name) const
 
 const char* COXMLNode::nodeName() const
 {
+    const std::uint32_t compact_attribute = owner_->compact_attribute_of(this);
+    if (compact_attribute != COXMLDocumentData::kNotCompact)
+        return owner_->out(owner_->compact->attribute_name(compact_attribute));
+    const std::uint32_t compact = owner_->compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact)
+        return owner_->compact_node_name(compact);
     if (is_attribute_)
         return owner_->out(COXMLDocumentData::attribute_of(this).name());
     pugi::xml_node n = COXMLDocumentData::node_of(this);
@@ -203,6 +208,12 @@ const char* COXMLNode::nodeName() const
 
 const char* COXMLNode::getText() const
 {
+    const std::uint32_t compact_attribute = owner_->compact_attribute_of(this);
+    if (compact_attribute != COXMLDocumentData::kNotCompact)
+        return owner_->out(owner_->compact->attribute_value(compact_attribute));
+    // The compact tree holds no text.
+    if (owner_->compact_element_of(this) != COXMLDocumentData::kNotCompact)
+        return "";
     if (is_attribute_)
         return owner_->out(COXMLDocumentData::attribute_of(this).value());
     pugi::xml_node n = COXMLDocumentData::node_of(this);
@@ -223,6 +234,9 @@ std::shared_ptr<COXMLNamedNodeMap> COXMLNode::attributes()
     if (is_attribute_)
         return list;
     COXMLDocumentData& d = *owner_;
+    const std::uint32_t compact = d.compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact)
+        return d.compact_attributes_of(compact);
     pugi::xml_node n = COXMLDocumentData::node_of(this);
     if (n == d.doc)
         n = d.root();
@@ -236,6 +250,14 @@ COXMLNode* COXMLNode::selectSingleNode(const char* xpath) const
     if (xpath == nullptr || is_attribute_)
         return nullptr;
     COXMLDocumentData& d = *owner_;
+    const std::uint32_t compact = d.compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact) {
+        if (const char* name = simple_child_name(xpath))
+            return d.compact_child(compact, name);
+        VLOG(2, "[OstrelXML] selectSingleNode(\"%s\"): a document read for its records answers only child paths\n",
+             xpath);
+        return nullptr;
+    }
     pugi::xml_node context = COXMLDocumentData::node_of(this);
     if (const char* name = simple_child_name(xpath)) {
         if (context != d.holder) {
@@ -276,6 +298,13 @@ std::shared_ptr<COXMLNodeList> COXMLNode::selectNodes(const char* xpath, bool /*
     if (xpath == nullptr || is_attribute_)
         return std::shared_ptr<COXMLNodeList>();
     COXMLDocumentData& d = *owner_;
+    const std::uint32_t compact = d.compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact) {
+        if (const char* name = simple_child_name(xpath))
+            return d.compact_children(compact, name);
+        VLOG(2, "[OstrelXML] selectNodes(\"%s\"): a document read for its records answers only child paths\n", xpath);
+        return std::shared_ptr<COXMLNodeList>();
+    }
     pugi::xml_node context = COXMLDocumentData::node_of(this);
     // The children a record reads are found by walking them: compiling XPath costs far more.
     if (const char* name = simple_child_name(xpath)) {
@@ -321,6 +350,9 @@ std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
     if (name == nullptr || is_attribute_)
         return list;
     COXMLDocumentData& d = *owner_;
+    const std::uint32_t compact = d.compact_element_of(this);
+    if (compact != COXMLDocumentData::kNotCompact)
+        return d.compact_elements_by_tag(compact, name);
     pugi::xml_node start = COXMLDocumentData::node_of(this);
     InText uname(name);
     const char* wanted = uname.c_str();

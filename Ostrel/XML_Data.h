@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -15,6 +16,7 @@
 #include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_WellFormed.h"
 
 namespace oxml {
@@ -80,7 +82,50 @@ inline bool is_valid_name(const char* name)
     return oxml::is_xml_name(utf8.c_str());
 }
 
+// A node of a document read into a compact tree: an element of it, or one of its attributes.
+// It has no parser node, so the operations that change a tree find nothing to change on it.
+class CompactNode : public COXMLNode {
+public:
+    CompactNode(COXMLDocumentData* owner, std::uint32_t index, bool is_attribute)
+        : COXMLNode(owner, nullptr, is_attribute), index_(index)
+    {
+    }
+    std::uint32_t index() const { return index_; }
+
+private:
+    std::uint32_t index_;  // of the element or the attribute in the tree
+};
+
+// The node objects of a compact tree's elements, made together in one block.
+class CompactElements {
+public:
+    CompactElements() = default;
+    CompactElements(const CompactElements&) = delete;
+    CompactElements& operator=(const CompactElements&) = delete;
+    ~CompactElements()
+    {
+        for (std::size_t i = 0; i < count_; ++i)
+            nodes_[i].~CompactNode();
+        ::operator delete(nodes_);
+    }
+    void make(COXMLDocumentData* owner, std::uint32_t count)
+    {
+        nodes_ = static_cast<CompactNode*>(::operator new(sizeof(CompactNode) * count));
+        for (; count_ < count; ++count_)
+            new (&nodes_[count_]) CompactNode(owner, static_cast<std::uint32_t>(count_), false);
+    }
+    CompactNode* at(std::uint32_t i) const { return &nodes_[i]; }
+
+private:
+    CompactNode* nodes_ = nullptr;
+    std::size_t count_ = 0;
+};
+
 } // namespace oxml
+
+struct COXMLNodeList::Items {
+    std::vector<COXMLNode*> nodes;
+};
 
 // ---------------------------------------------------------------------------------------------
 // The document's private state: the parser's tree, the node objects handed out, the holder of
@@ -225,6 +270,49 @@ struct COXMLDocumentData {
     };
     std::vector<std::unique_ptr<Chunk>> chunks;
     std::size_t last_chunk_used = kChunkNodes;
+
+    // A document read only by the records' reader: the tree answers the reading operations,
+    // and the parser's document stays empty.
+    std::unique_ptr<oxml::CompactTree> compact;
+    oxml::CompactElements compact_elements;
+    std::unordered_map<std::uint32_t, std::unique_ptr<oxml::CompactNode>> compact_attributes;
+
+    // Takes the tree over; its elements get their node objects.
+    void adopt(std::unique_ptr<oxml::CompactTree> tree);
+
+    static constexpr std::uint32_t kNotCompact = oxml::CompactTree::kNone;
+    static constexpr std::uint32_t kCompactDocument = oxml::CompactTree::kNone - 1;
+    // The element of the compact tree that a node stands for, kCompactDocument for the document
+    // itself, kNotCompact when the node is no part of a compact tree. Attribute nodes are asked
+    // through compact_attribute_of.
+    std::uint32_t compact_element_of(const COXMLNode* n) const
+    {
+        if (!compact)
+            return kNotCompact;
+        if (n == self)
+            return kCompactDocument;
+        if (n->handle_ != nullptr || n->is_attribute_)
+            return kNotCompact;
+        return static_cast<const oxml::CompactNode*>(n)->index();
+    }
+    std::uint32_t compact_attribute_of(const COXMLNode* n) const
+    {
+        if (!compact || n->handle_ != nullptr || !n->is_attribute_)
+            return kNotCompact;
+        return static_cast<const oxml::CompactNode*>(n)->index();
+    }
+
+    // The reading operations on a node of the compact tree (see compact_element_of).
+    const char* compact_get_attribute(std::uint32_t element, const char* name);
+    const char* compact_node_name(std::uint32_t element);
+    std::shared_ptr<COXMLNamedNodeMap> compact_attributes_of(std::uint32_t element);
+    COXMLNode* compact_child(std::uint32_t element, const char* name);
+    std::shared_ptr<COXMLNodeList> compact_children(std::uint32_t element, const char* name);
+    std::shared_ptr<COXMLNodeList> compact_elements_by_tag(std::uint32_t element, const char* name);
+    // Records read an element's attributes mostly in the order written: each search starts after
+    // the one last found on the same element.
+    std::uint32_t compact_hint_element = kNotCompact;
+    std::uint32_t compact_hint_next = 0;
 
     ~COXMLDocumentData()
     {

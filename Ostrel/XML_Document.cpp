@@ -17,7 +17,7 @@
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_Data.h"
-#include "Ostrel/XML_ReadingCost.h"
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXmlDocument.h"
 
@@ -210,16 +210,11 @@ COXMLDocument* COXMLDocument::createNewDocument(CkXml* root)
 
 namespace {
 
-// Checks UTF-8 bytes for well-formedness and parses them into the data of a new document, or
-// null on failure. The bytes are kept: the tree points into them.
-std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, int* errorCode, char* errorText,
-                                                  int errorTextSize)
+// Parses UTF-8 bytes that passed the check into the data of an empty document; false on failure.
+// The bytes are kept: the tree points into them.
+bool parse_checked(std::string bytes, const oxml::WellFormedResult& check, COXMLDocumentData& data,
+                   int* errorCode, char* errorText, int errorTextSize)
 {
-    oxml::WellFormedResult check;
-    if (!oxml::check_well_formed(bytes.data(), bytes.size(), check)) {
-        report(errorCode, errorText, errorTextSize, check.code, check.message);
-        return nullptr;
-    }
     // The parser does only the work that the text calls for: the same tree comes out, sooner.
     unsigned flags = pugi::parse_minimal;
     if (check.cdata)
@@ -230,19 +225,70 @@ std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, int* errorC
         flags |= pugi::parse_eol;
     if (check.attribute_white_space)
         flags |= pugi::parse_wconv_attribute;
-    std::unique_ptr<COXMLDocumentData> data(new COXMLDocumentData);
-    data->source = std::move(bytes);
+    data.source = std::move(bytes);
     pugi::xml_parse_result result =
-        data->doc.load_buffer_inplace(&data->source[0], data->source.size(), flags, pugi::encoding_utf8);
-    if (!result || !data->root()) {
+        data.doc.load_buffer_inplace(&data.source[0], data.source.size(), flags, pugi::encoding_utf8);
+    if (!result || !data.root()) {
         // Not expected after the check; said as well as the parser can.
         report(errorCode, errorText, errorTextSize, OXML_E_SYNTAX,
                std::string(result.description()) + " at offset " + std::to_string(result.offset));
+        return false;
+    }
+    data.all_ascii = check.ascii;
+    data.namespaces = check.namespaces;
+    return true;
+}
+
+// Checks UTF-8 bytes for well-formedness and parses them into the data of a new document, or
+// null on failure.
+std::unique_ptr<COXMLDocumentData> parse_document(std::string bytes, int* errorCode, char* errorText,
+                                                  int errorTextSize)
+{
+    oxml::WellFormedResult check;
+    if (!oxml::check_well_formed(bytes.data(), bytes.size(), check)) {
+        report(errorCode, errorText, errorTextSize, check.code, check.message);
         return nullptr;
     }
-    data->all_ascii = check.ascii;
-    data->namespaces = check.namespaces;
+    std::unique_ptr<COXMLDocumentData> data(new COXMLDocumentData);
+    if (!parse_checked(std::move(bytes), check, *data, errorCode, errorText, errorTextSize))
+        return nullptr;
     return data;
+}
+
+// The bytes of a file as UTF-8: a byte order mark dropped, UTF-16, UTF-32 and the code page
+// converted. False, with the failure reported, when the file can't be read or converted.
+bool read_utf8_file(const char* path, std::string& bytes, int* errorCode, char* errorText, int errorTextSize)
+{
+    if (!Ostrel::FileSystem::ReadFile(path, bytes, kMaxFileSize)) {
+        unsigned long error = Ostrel::Error::GetLastError();
+        if (error == Ostrel::Error::FILE_NOT_FOUND || error == Ostrel::Error::PATH_NOT_FOUND) {
+            Ostrel::Error::SetLastError(Ostrel::Error::FILE_NOT_FOUND);
+            report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::FILE_NOT_FOUND),
+                   std::string("File not found: ") + path);
+        } else {
+            if (error == Ostrel::Error::SUCCESS)
+                error = Ostrel::Error::READ_FAULT;
+            report(errorCode, errorText, errorTextSize, static_cast<int>(error),
+                   std::string("Error reading file ") + path + ": " + Ostrel::Error::GetErrorText(error));
+        }
+        return false;
+    }
+    if (bytes.size() >= 3 && std::memcmp(bytes.data(), "\xEF\xBB\xBF", 3) == 0) {
+        bytes.erase(0, 3);
+    } else {
+        oxml::WellFormedResult wide;
+        std::string utf8;
+        if (!wide_to_utf8(bytes, utf8, wide)) {
+            report(errorCode, errorText, errorTextSize, wide.code, wide.message);
+            return false;
+        }
+        if (!utf8.empty())
+            bytes.swap(utf8);
+        else if (is_ansi_encoding(declared_encoding(bytes)))
+            // Files written on Windows may be in the code page; the tree holds UTF-8.
+            bytes = Ostrel::Format::AnsiToUtf8(bytes);
+    }
+    return true;
 }
 
 } // namespace
@@ -255,37 +301,49 @@ COXMLDocument* COXMLDocument::load(const char* path, int* errorCode, char* error
     }
     try {
         std::string bytes;
-        if (!Ostrel::FileSystem::ReadFile(path, bytes, kMaxFileSize)) {
-            unsigned long error = Ostrel::Error::GetLastError();
-            if (error == Ostrel::Error::FILE_NOT_FOUND || error == Ostrel::Error::PATH_NOT_FOUND) {
-                Ostrel::Error::SetLastError(Ostrel::Error::FILE_NOT_FOUND);
-                report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::FILE_NOT_FOUND),
-                       std::string("File not found: ") + path);
-            } else {
-                if (error == Ostrel::Error::SUCCESS)
-                    error = Ostrel::Error::READ_FAULT;
-                report(errorCode, errorText, errorTextSize, static_cast<int>(error),
-                       std::string("Error reading file ") + path + ": " + Ostrel::Error::GetErrorText(error));
-            }
+        if (!read_utf8_file(path, bytes, errorCode, errorText, errorTextSize))
             return nullptr;
-        }
-        if (bytes.size() >= 3 && std::memcmp(bytes.data(), "\xEF\xBB\xBF", 3) == 0) {
-            bytes.erase(0, 3);
-        } else {
-            oxml::WellFormedResult wide;
-            std::string utf8;
-            if (!wide_to_utf8(bytes, utf8, wide)) {
-                report(errorCode, errorText, errorTextSize, wide.code, wide.message);
-                return nullptr;
-            }
-            if (!utf8.empty())
-                bytes.swap(utf8);
-            else if (is_ansi_encoding(declared_encoding(bytes)))
-                // Files written on Windows may be in the code page; the tree holds UTF-8.
-                bytes = Ostrel::Format::AnsiToUtf8(bytes);
-        }
         std::unique_ptr<COXMLDocumentData> data = parse_document(std::move(bytes), errorCode, errorText, errorTextSize);
         return data ? new COXMLDocument(data.release()) : nullptr;
+    } catch (const std::bad_alloc&) {
+        report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
+               std::string("Out of memory loading ") + path);
+    }
+    return nullptr;
+}
+
+COXMLDocument* oxml::load_for_reading(const char* path, int* errorCode, char* errorText, int errorTextSize)
+{
+    if (path == nullptr)
+        return COXMLDocument::load(path, errorCode, errorText, errorTextSize);
+    try {
+        std::string bytes;
+        if (!read_utf8_file(path, bytes, errorCode, errorText, errorTextSize))
+            return nullptr;
+        oxml::WellFormedResult check;
+        if (!oxml::check_well_formed(bytes.data(), bytes.size(), check)) {
+            report(errorCode, errorText, errorTextSize, check.code, check.message);
+            return nullptr;
+        }
+        std::unique_ptr<COXMLDocument> document(COXMLDocument::createDocument());
+        COXMLDocumentData& data = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document.get()));
+        std::unique_ptr<oxml::CompactTree> tree(new oxml::CompactTree);
+        // Text that the tree doesn't keep goes to the parser.
+        switch (tree->build(bytes, check)) {
+        case oxml::CompactTree::kBuilt:
+            data.all_ascii = check.ascii;
+            data.adopt(std::move(tree));
+            break;
+        case oxml::CompactTree::kNotHeld:
+            if (!parse_checked(std::move(bytes), check, data, errorCode, errorText, errorTextSize))
+                return nullptr;
+            break;
+        case oxml::CompactTree::kFailed:
+            // Not expected after the check.
+            report(errorCode, errorText, errorTextSize, OXML_E_SYNTAX, "Text the check passed could not be read");
+            return nullptr;
+        }
+        return document.release();
     } catch (const std::bad_alloc&) {
         report(errorCode, errorText, errorTextSize, static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
                std::string("Out of memory loading ") + path);
@@ -415,6 +473,8 @@ COXMLNode* COXMLDocument::createElement(const char* name)
 
 COXMLNode* COXMLDocument::getDocumentElement()
 {
+    if (data_->compact)
+        return data_->compact_elements.at(0);
     return data_->wrap(data_->root());
 }
 
@@ -488,130 +548,3 @@ COXMLDocument* TreeBuilder::finish()
 }
 
 } // namespace oxml
-
-// ---------------------------------------------------------------------------------------------
-// Reading cost
-
-namespace {
-
-std::uint64_t add_saturating(std::uint64_t a, std::uint64_t b)
-{
-    return a > UINT64_MAX - b ? UINT64_MAX : a + b;
-}
-
-} // namespace
-
-XmlReadingCost xml_reading_cost(const COXMLDocument* document, const XmlReadingStep* steps, int count)
-{
-    XmlReadingCost cost;
-    if (document == nullptr || count < 0 || (steps == nullptr && count > 0))
-        return cost;
-    const pugi::xml_node root = COXMLDocumentData::of(document)->root();
-    if (!root)
-        return cost;
-
-    // The names that readers read, each with a slot in every open element's frame; a step's
-    // parent that no step reads is never reached (but for the document element's steps).
-    const int kNever = -2;
-    const int kDocumentElement = -1;
-    std::vector<const char*> names;
-    auto find_name = [&](const char* name) {
-        for (std::size_t i = 0; i < names.size(); ++i)
-            if (std::strcmp(names[i], name) == 0)
-                return static_cast<int>(i);
-        return kNever;
-    };
-    std::vector<int> child_of_step(static_cast<std::size_t>(count));
-    for (int s = 0; s < count; ++s) {
-        int index = find_name(steps[s].child);
-        if (index == kNever) {
-            index = static_cast<int>(names.size());
-            names.push_back(steps[s].child);
-        }
-        child_of_step[static_cast<std::size_t>(s)] = index;
-    }
-    std::vector<int> parent_of_step(static_cast<std::size_t>(count));
-    for (int s = 0; s < count; ++s)
-        parent_of_step[static_cast<std::size_t>(s)] = steps[s].parent == nullptr ? kDocumentElement
-                                                                                 : find_name(steps[s].parent);
-    const std::size_t width = names.size();
-
-    // One frame per open element. Per name, in two flat arrays: the summed cost of the
-    // descendants of that name, and the cost of the first child of that name (0: none, as every
-    // element read costs at least 1).
-    struct Frame {
-        pugi::xml_node node;
-        int name;
-        std::uint64_t attributes;
-        std::uint64_t below;     // nodes in the subtree, the element itself not counted
-        std::uint64_t children;  // child nodes
-    };
-    std::vector<Frame> frames;
-    std::vector<std::uint64_t> below_cost;
-    std::vector<std::uint64_t> first_cost;
-
-    auto enter = [&](pugi::xml_node n, int name) {
-        std::uint64_t attributes = 0;
-        for (pugi::xml_attribute a = n.first_attribute(); a; a = a.next_attribute())
-            ++attributes;
-        cost.nodes = add_saturating(cost.nodes, 1 + attributes);
-        frames.push_back(Frame{n, name, attributes, 0, 0});
-        below_cost.resize(below_cost.size() + width, 0);
-        first_cost.resize(first_cost.size() + width, 0);
-    };
-    auto name_of = [&](pugi::xml_node n) {
-        return n.type() == pugi::node_element ? find_name(n.name()) : kNever;
-    };
-
-    enter(root, kDocumentElement);
-    pugi::xml_node next = root.first_child();
-    for (;;) {
-        if (next) {
-            if (next.type() == pugi::node_element) {
-                enter(next, name_of(next));
-                next = next.first_child();
-            } else {
-                cost.nodes = add_saturating(cost.nodes, 1);
-                ++frames.back().below;
-                ++frames.back().children;
-                next = next.next_sibling();
-            }
-            continue;
-        }
-
-        // The element on top is done: what reading it costs, by the steps that read from it.
-        const Frame done = frames.back();
-        const std::size_t base = (frames.size() - 1) * width;
-        std::uint64_t own = 1 + done.attributes;
-        if (done.name != kNever) {
-            for (int s = 0; s < count; ++s) {
-                if (parent_of_step[static_cast<std::size_t>(s)] != done.name)
-                    continue;
-                const std::size_t slot = base + static_cast<std::size_t>(child_of_step[static_cast<std::size_t>(s)]);
-                own = steps[s].any_depth ? add_saturating(own, add_saturating(done.below, below_cost[slot]))
-                                         : add_saturating(own, add_saturating(done.children, first_cost[slot]));
-            }
-        }
-        frames.pop_back();
-        if (frames.empty()) {
-            cost.work = own;
-            return cost;
-        }
-
-        Frame& parent = frames.back();
-        const std::size_t parent_base = (frames.size() - 1) * width;
-        parent.below = add_saturating(parent.below, 1 + done.below);
-        ++parent.children;
-        for (std::size_t i = 0; i < width; ++i)
-            below_cost[parent_base + i] = add_saturating(below_cost[parent_base + i], below_cost[base + i]);
-        if (done.name >= 0) {
-            const std::size_t slot = parent_base + static_cast<std::size_t>(done.name);
-            below_cost[slot] = add_saturating(below_cost[slot], own);
-            if (first_cost[slot] == 0)
-                first_cost[slot] = own;
-        }
-        below_cost.resize(base);
-        first_cost.resize(base);
-        next = done.node.next_sibling();
-    }
-}

@@ -16,6 +16,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ReadingCost.h"
 
 namespace {
@@ -165,13 +166,17 @@ void vellument_impl::open(const char* name, const char* ein, const char* year, c
 
     read_only = open_read_only;
 
-    std::unique_ptr<COXMLDocument> document(COXMLDocument::load(vellument_name.c_str(), nullptr, nullptr, 0));
+    // The records only read the document: it is held in the compact form where the text allows.
+    std::unique_ptr<COXMLDocument> document(oxml::load_for_reading(vellument_name.c_str(), nullptr, nullptr, 0));
     // Records gather their children at any depth, so a record nested in its own kind is read again
     // by every record around it: a hostile nesting is refused before it costs time and memory.
     if (document && !vellument_readable(document.get(), vellument_name))
         document.reset();
     if (document) {
         read_document(document.get());
+        // The records hold all they need: the text and its tree go before the trail's work.
+        document.reset();
+        root_node = nullptr;
         if (current_transaction() == nullptr) {
             VLOG(3, "[Vellument] No current transaction throwing error\n");
             throw 0;

@@ -20,7 +20,8 @@ struct CFormBase::Record {
     int krf_filter_number_2 = 0;
     // Paths of the output in relative form.
     enum Text { DESCRIPTION, LOCATION, EXML_LOCATION, FORM_NAME, KRF_DB_PATH, KRF_VERSION, DIVIDER_FORM, TEXTS };
-    PackedText<TEXTS> text;
+    // A form's texts mostly take about a hundred bytes: they live inside the record.
+    PackedText<TEXTS, 120> text;
 };
 
 namespace {
@@ -33,6 +34,19 @@ std::string to_relative(const std::string& path)
 std::string to_absolute(const char* path)
 {
     return CPathHandling::convert_path_to_absolute(path);
+}
+
+// The path's relative form, as convert_path_to_relative makes it ("" stays ""; else ".\" and the
+// tail after the company directory's cut), without a string of its own.
+template <typename Builder>
+void add_relative_path(Builder& texts, const char* path)
+{
+    if (*path == '\0') {
+        texts.add("", "");
+        return;
+    }
+    const int cut = CPathHandling::find_company_dir_end(path);
+    texts.add(".\\", cut >= 0 ? path + cut + 1 : path);
 }
 
 } // namespace
@@ -57,18 +71,20 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
     // Read in the order written: the attribute search resumes after the last one found.
     m_base->type = Vellument::Text::string_to_form_type(node->getAttribute("Type"));
     m_base->flags = Vellument::Text::string_to_form_flags(node->getAttribute("Flags"));
-    std::string texts[Record::TEXTS];
-    texts[Record::DESCRIPTION] = node->getAttribute("Description");
-    // One conversion suffices: a relative path converts to itself.
-    texts[Record::LOCATION] = CPathHandling::convert_path_to_relative(node->getAttribute("Location"));
-    texts[Record::EXML_LOCATION] = CPathHandling::convert_path_to_relative(node->getAttribute("EXMLLocation"));
-    texts[Record::FORM_NAME] = node->getAttribute("Form_Name");
-    texts[Record::KRF_DB_PATH] = node->getAttribute("KRF_DB_Path");
-    texts[Record::KRF_VERSION] = node->getAttribute("KRFVersion");
+    // The texts go straight into the record's one block, in their order, which is also the order
+    // written. The paths in relative form; one conversion suffices: a relative path converts to
+    // itself.
+    decltype(m_base->text)::Builder texts;
+    texts.add("", node->getAttribute("Description"));
+    add_relative_path(texts, node->getAttribute("Location"));
+    add_relative_path(texts, node->getAttribute("EXMLLocation"));
+    texts.add("", node->getAttribute("Form_Name"));
+    texts.add("", node->getAttribute("KRF_DB_Path"));
+    texts.add("", node->getAttribute("KRFVersion"));
     m_base->krf_filter_number = AuditUtil::to_int(node->getAttribute("KRFFilter_Number"));
     m_base->krf_filter_number_2 = AuditUtil::to_int(node->getAttribute("KRFFilter_Number2"));
-    texts[Record::DIVIDER_FORM] = node->getAttribute("Divider_Form");
-    m_base->text.assign(texts);
+    texts.add("", node->getAttribute("Divider_Form"));
+    m_base->text.assign(std::move(texts));
 }
 
 CFormBase::~CFormBase()

@@ -1,0 +1,123 @@
+// The reading operations of the XML interface on a document held as a compact tree.
+
+#include <memory>
+#include <utility>
+
+#include "Ostrel/XML_Data.h"
+
+using oxml::CompactTree;
+
+void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
+{
+    compact = std::move(tree);
+    compact_elements.make(this, compact->size());
+}
+
+namespace {
+
+// The document answers for its element.
+std::uint32_t element_or_root(std::uint32_t element)
+{
+    return element == COXMLDocumentData::kCompactDocument ? 0 : element;
+}
+
+} // namespace
+
+const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, const char* name)
+{
+    element = element_or_root(element);
+    const std::uint32_t from = element == compact_hint_element ? compact_hint_next : compact->attributes_begin(element);
+    // The name is looked for as it stands: an ASCII name, as the records' all are, is the same in
+    // UTF-8. Any other is looked for in UTF-8, when it matched as it stands or wasn't found.
+    bool wide = false;
+    std::uint32_t found = compact->find_attribute(element, name, from, &wide);
+    if (found == CompactTree::kNone ? !oxml::is_ascii(name) : wide) {
+        oxml::InText utf8(name);
+        found = compact->find_attribute(element, utf8.c_str(), from, &wide);
+    }
+    if (found == CompactTree::kNone)
+        return "";
+    compact_hint_element = element;
+    compact_hint_next = found + 1;
+    return out(compact->attribute_value(found));
+}
+
+const char* COXMLDocumentData::compact_node_name(std::uint32_t element)
+{
+    if (element == kCompactDocument)
+        return "#document";
+    return out(compact->name_of(element));
+}
+
+std::shared_ptr<COXMLNamedNodeMap> COXMLDocumentData::compact_attributes_of(std::uint32_t element)
+{
+    element = element_or_root(element);
+    std::shared_ptr<COXMLNamedNodeMap> list = std::make_shared<COXMLNamedNodeMap>();
+    const std::uint32_t end = compact->attributes_end(element);
+    for (std::uint32_t a = compact->attributes_begin(element); a < end; ++a) {
+        std::unique_ptr<oxml::CompactNode>& node = compact_attributes[a];
+        if (!node)
+            node.reset(new oxml::CompactNode(this, a, true));
+        list->items_->nodes.push_back(node.get());
+    }
+    return list;
+}
+
+COXMLNode* COXMLDocumentData::compact_child(std::uint32_t element, const char* name)
+{
+    oxml::InText utf8(name);
+    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    if (wanted == CompactTree::kNone)
+        return nullptr;
+    if (element == kCompactDocument)
+        return compact->element(0).name == wanted ? compact_elements.at(0) : nullptr;
+    const std::uint32_t end = compact->element(element).end;
+    for (std::uint32_t c = element + 1; c < end; c = compact->element(c).end)
+        if (compact->element(c).name == wanted)
+            return compact_elements.at(c);
+    return nullptr;
+}
+
+std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_children(std::uint32_t element, const char* name)
+{
+    oxml::InText utf8(name);
+    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    if (wanted == CompactTree::kNone)
+        return std::shared_ptr<COXMLNodeList>();
+    std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
+    if (element == kCompactDocument) {
+        if (compact->element(0).name == wanted)
+            list->items_->nodes.push_back(compact_elements.at(0));
+    } else {
+        const std::uint32_t end = compact->element(element).end;
+        for (std::uint32_t c = element + 1; c < end; c = compact->element(c).end)
+            if (compact->element(c).name == wanted)
+                list->items_->nodes.push_back(compact_elements.at(c));
+    }
+    if (list->items_->nodes.empty())
+        return std::shared_ptr<COXMLNodeList>();
+    return list;
+}
+
+std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::uint32_t element, const char* name)
+{
+    std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
+    oxml::InText utf8(name);
+    const bool any = utf8.c_str()[0] == '*' && utf8.c_str()[1] == '\0';
+    const std::uint32_t wanted = any ? CompactTree::kNone : compact->name_index(utf8.c_str());
+    if (!any && wanted == CompactTree::kNone)
+        return list;
+    // The descendants are the elements that follow up to the end of the subtree.
+    const std::uint32_t begin = element == kCompactDocument ? 0 : element + 1;
+    const std::uint32_t end = element == kCompactDocument ? compact->size() : compact->element(element).end;
+    // Counted first: the list is made once, at its size.
+    std::size_t count = any ? end - begin : 0;
+    for (std::uint32_t e = begin; !any && e < end; ++e)
+        count += compact->element(e).name == wanted;
+    std::vector<COXMLNode*>& out = list->items_->nodes;
+    out.reserve(count);
+    for (std::uint32_t e = begin; e < end; ++e)
+        if (any || compact->element(e).name == wanted)
+            out.push_back(compact_elements.at(e));
+    return list;
+}
