@@ -118,17 +118,21 @@ bool call(const char* operation, const char* ein, const char* form_name, const c
 
 bool upload_text(const char* path, CkString& text)
 {
-    CkXml xml;
-    xml.put_EmitDeclaration(false);
-    if (!xml.LoadXmlFile(path)) {
-        VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
-        VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
-        return false;
+    {
+        CkXml xml;
+        xml.put_EmitDeclaration(false);
+        if (!xml.LoadXmlFile(path)) {
+            VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
+            VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
+            return false;
+        }
+        // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is
+        // still that of the file.
+        text.clear();
+        text.append(xml.GetXml());
     }
-    // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is still
-    // that of the file.
-    text.clear();
-    text.append(xml.GetXml());
+    // The tree and its text are gone before the encoded copy is made, so that it can take their
+    // memory.
     VLOG(3, "[EfileSoaps] Loaded vellument %s\n", TextOf(path).c_str());
     text.entityEncode();
     return true;

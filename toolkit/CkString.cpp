@@ -131,27 +131,36 @@ std::size_t encodedSize(const unsigned char* in, std::size_t n)
     return size + encodedSizeOfBytes(in + i, n - i) - (n - i);
 }
 
-// Runs without a replacement are copied 16 bytes at a time; each replacement then restarts the
-// run behind it. Every input byte gives at least one output byte, so a 16-byte store made while
-// 16 input bytes remain stays inside the output.
+// Runs without a replacement are copied 16 bytes at a time. In a block with replacements each
+// run between them is stored whole from the input and the cursor moves on by its length; the
+// input is loaded at most 16 bytes past the block, so the loop leaves 32 bytes for the tail.
+// Every input byte gives at least one output byte, so no 16-byte store can pass the end of the
+// output while that many input bytes remain.
 char* encode(const unsigned char* in, std::size_t n, char* out)
 {
     const unsigned char* const end = in + n;
-    while (end - in >= 16) {
+    while (end - in >= 32) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        unsigned mask = changing16(x);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out), x);
-        const unsigned mask = changing16(x);
         if (mask == 0) {
             in += 16;
             out += 16;
             continue;
         }
-        const unsigned run = static_cast<unsigned>(__builtin_ctz(mask));
-        in += run;
-        out += run;
-        std::memcpy(out, kReplacements.text[*in], 8);
-        out += kReplacements.length[*in];
-        ++in;
+        unsigned from = 0;
+        do {
+            const unsigned at = static_cast<unsigned>(__builtin_ctz(mask));
+            mask &= mask - 1;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + from)));
+            out += at - from;
+            std::memcpy(out, kReplacements.text[in[at]], 8);
+            out += kReplacements.length[in[at]];
+            from = at + 1;
+        } while (mask != 0);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + from)));
+        out += 16 - from;
+        in += 16;
     }
     for (; in != end; ++in) {
         std::memcpy(out, kReplacements.text[*in], 8);

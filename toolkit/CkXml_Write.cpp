@@ -39,20 +39,19 @@ struct AttributeEscapes {
 constexpr AttributeEscapes kAttributeEscapes{};
 const std::size_t kLongestEscape = 6;
 
-// The text being written, in one buffer that doubles when full: bytes go in through a cursor
-// once room for them is made. (Measuring the tree first costs a walk over all of it, more than
-// the doubling does.)
-const std::size_t kFirstRoom = 4096;
-
+// The text being written. Bytes go in through a cursor into a small buffer that stays in the
+// cache, once room for them is made; a full buffer is appended to the text, which then grows
+// without ever touching memory it doesn't fill. (Measuring the tree first would cost a walk
+// over all of it.)
 class Out {
 public:
-    explicit Out(std::size_t room) : text_(room, '\0'), p_(&text_[0]), end_(p_ + room) {}
+    Out() : chunk_(kChunk), p_(chunk_.data()), end_(p_ + chunk_.size()) {}
 
     // Makes room for n more bytes and gives the cursor.
     char* room(std::size_t n)
     {
         if (n > static_cast<std::size_t>(end_ - p_))
-            grow(n);
+            spill(n);
         return p_;
     }
     void advance(char* to) { p_ = to; }
@@ -67,20 +66,29 @@ public:
 
     std::string finish()
     {
-        text_.resize(static_cast<std::size_t>(p_ - text_.data()));
+        flush();
         return std::move(text_);
     }
 
 private:
-    void grow(std::size_t n)
+    static const std::size_t kChunk = 64 * 1024;
+
+    void flush()
     {
-        const std::size_t used = static_cast<std::size_t>(p_ - text_.data());
-        text_.resize(std::max(text_.size() * 2, used + n));
-        p_ = &text_[0] + used;
-        end_ = &text_[0] + text_.size();
+        text_.append(chunk_.data(), static_cast<std::size_t>(p_ - chunk_.data()));
+        p_ = chunk_.data();
+    }
+    void spill(std::size_t n)
+    {
+        flush();
+        if (n > chunk_.size())
+            chunk_.resize(n);
+        p_ = chunk_.data();
+        end_ = p_ + chunk_.size();
     }
 
     std::string text_;
+    std::vector<char> chunk_;
     char* p_;
     char* end_;
 };
@@ -233,7 +241,7 @@ void writeDeclaration(Out& out, const TreeInfo& tree)
 std::string writeText(const TreeNode* node, bool emitDeclaration)
 {
     const TreeInfo& tree = *node->tree;
-    Out out(kFirstRoom);
+    Out out;
     Writer writer(out, tree.compact);
     if (node->parent == nullptr) {
         if (emitDeclaration) {
