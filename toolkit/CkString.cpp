@@ -51,7 +51,6 @@ constexpr const char* kEntities[256] = {
     "&oslash;", "&ugrave;", "&uacute;", "&ucirc;", "&uuml;", "&yacute;", "&thorn;", "&yuml;",  // 248-255
 };
 
-
 // What each byte becomes, padded to 8 bytes so that it goes out in one store: its entity, or the
 // byte itself (length 1).
 struct Replacements {
@@ -68,7 +67,7 @@ struct Replacements {
             }
             unsigned char n = 0;
             for (; kEntities[b][n] != '\0'; ++n)
-                text[b][n] = kEntities[b][n];  // fails to compile past 8
+                text[b][n] = kEntities[b][n];  // an entity past 8 bytes would not compile
             length[b] = n;
         }
     }
@@ -85,8 +84,27 @@ std::size_t encodedSizeOfBytes(const unsigned char* in, std::size_t n)
     return size;
 }
 
+char* encodeBytes(const unsigned char* in, const unsigned char* end, char* out)
+{
+    for (; in != end; ++in) {
+        std::memcpy(out, kReplacements.text[*in], 8);
+        out += kReplacements.length[*in];
+    }
+    return out;
+}
+
 #ifdef __SSE2__
-// One bit for each byte of the 16 at p that is replaced, or that is 128 or above (a few of those
+inline __m128i load16(const unsigned char* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+inline void store16(char* p, __m128i x)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x);
+}
+
+// One bit for each of the 16 bytes that is replaced, or that is 128 or above (a few of those
 // stay, which the table knows).
 inline unsigned changing16(__m128i x)
 {
@@ -109,7 +127,7 @@ std::size_t encodedSize(const unsigned char* in, std::size_t n)
         // At most 5 per lane per block: 50 blocks stay below 256.
         __m128i lanes = zero;
         for (int block = 0; block < 50 && n - i >= 16; ++block, i += 16) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+            const __m128i x = load16(in + i);
             if (_mm_movemask_epi8(x) != 0) {
                 size += encodedSizeOfBytes(in + i, 16) - 16;
                 continue;
@@ -140,9 +158,9 @@ char* encode(const unsigned char* in, std::size_t n, char* out)
 {
     const unsigned char* const end = in + n;
     while (end - in >= 32) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        const __m128i x = load16(in);
         unsigned mask = changing16(x);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), x);
+        store16(out, x);
         if (mask == 0) {
             in += 16;
             out += 16;
@@ -152,21 +170,17 @@ char* encode(const unsigned char* in, std::size_t n, char* out)
         do {
             const unsigned at = static_cast<unsigned>(__builtin_ctz(mask));
             mask &= mask - 1;
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + from)));
+            store16(out, load16(in + from));
             out += at - from;
             std::memcpy(out, kReplacements.text[in[at]], 8);
             out += kReplacements.length[in[at]];
             from = at + 1;
         } while (mask != 0);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + from)));
+        store16(out, load16(in + from));
         out += 16 - from;
         in += 16;
     }
-    for (; in != end; ++in) {
-        std::memcpy(out, kReplacements.text[*in], 8);
-        out += kReplacements.length[*in];
-    }
-    return out;
+    return encodeBytes(in, end, out);
 }
 #else
 std::size_t encodedSize(const unsigned char* in, std::size_t n)
@@ -176,11 +190,7 @@ std::size_t encodedSize(const unsigned char* in, std::size_t n)
 
 char* encode(const unsigned char* in, std::size_t n, char* out)
 {
-    for (const unsigned char* end = in + n; in != end; ++in) {
-        std::memcpy(out, kReplacements.text[*in], 8);
-        out += kReplacements.length[*in];
-    }
-    return out;
+    return encodeBytes(in, in + n, out);
 }
 #endif
 

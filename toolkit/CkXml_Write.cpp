@@ -62,7 +62,11 @@ public:
         p_ += n;
     }
     void put(std::string_view s) { put(s.data(), s.size()); }
-    void put(char c) { *room(1) = c, ++p_; }
+    void put(char c)
+    {
+        *room(1) = c;
+        ++p_;
+    }
 
     std::string finish()
     {
