@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace ckxml {
 namespace {
@@ -39,13 +40,13 @@ struct AttributeEscapes {
 constexpr AttributeEscapes kAttributeEscapes{};
 const std::size_t kLongestEscape = 6;
 
-// The text being written. Bytes go in through a cursor into a small buffer that stays in the
-// cache, once room for them is made; a full buffer is appended to the text, which then grows
-// without ever touching memory it doesn't fill. (Measuring the tree first would cost a walk
-// over all of it.)
+// The text being written. Bytes go in through a cursor once room for them is made, into pieces
+// that double in size up to a limit and are joined once at the end: no byte is moved while the
+// text grows, and the text itself is allocated at its final size. (Measuring the tree first
+// would cost a walk over all of it.)
 class Out {
 public:
-    Out() : chunk_(kChunk), p_(chunk_.data()), end_(p_ + chunk_.size()) {}
+    Out() { newPiece(kFirstPiece); }
 
     // Makes room for n more bytes and gives the cursor.
     char* room(std::size_t n)
@@ -70,31 +71,47 @@ public:
 
     std::string finish()
     {
-        flush();
-        return std::move(text_);
+        closePiece();
+        std::string text;
+        text.reserve(total_);
+        for (const Piece& piece : pieces_)
+            text.append(piece.bytes.get(), piece.size);
+        return text;
     }
 
 private:
-    static const std::size_t kChunk = 64 * 1024;
+    static constexpr std::size_t kFirstPiece = 64 * 1024;
+    static constexpr std::size_t kLargestPiece = 8 * 1024 * 1024;
 
-    void flush()
+    struct Piece {
+        std::unique_ptr<char[]> bytes;  // left uninitialised: only what is written is touched
+        std::size_t size;
+        std::size_t capacity;
+    };
+
+    void closePiece()
     {
-        text_.append(chunk_.data(), static_cast<std::size_t>(p_ - chunk_.data()));
-        p_ = chunk_.data();
+        Piece& last = pieces_.back();
+        last.size = static_cast<std::size_t>(p_ - last.bytes.get());
+        total_ += last.size;
+    }
+    void newPiece(std::size_t capacity)
+    {
+        Piece piece{std::unique_ptr<char[]>(new char[capacity]), 0, capacity};
+        p_ = piece.bytes.get();
+        end_ = p_ + capacity;
+        pieces_.push_back(std::move(piece));
     }
     void spill(std::size_t n)
     {
-        flush();
-        if (n > chunk_.size())
-            chunk_.resize(n);
-        p_ = chunk_.data();
-        end_ = p_ + chunk_.size();
+        closePiece();
+        newPiece(std::max(n, std::min(pieces_.back().capacity * 2, kLargestPiece)));
     }
 
-    std::string text_;
-    std::vector<char> chunk_;
-    char* p_;
-    char* end_;
+    std::vector<Piece> pieces_;
+    std::size_t total_ = 0;
+    char* p_ = nullptr;
+    char* end_ = nullptr;
 };
 
 void appendAttribute(Out& out, std::string_view name, std::string_view value)
