@@ -2,6 +2,7 @@
 
 #include "Vellument/eFileSOAPS_wire.h"
 
+#include <cstring>
 #include <memory>
 
 #include <vellument/CkHttp.h>
@@ -70,8 +71,16 @@ std::string normalise_ein(const char* ein)
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
                      const char* hash, const char* file_text, std::size_t file_size)
 {
+    const std::string ein_digits = normalise_ein(ein);
+    const std::string form = TextOf(form_name);
+    const std::string year_text = TextOf(year);
+    const std::string hash_text = TextOf(hash);
+    // Room for all of it, so that the upload text is copied once and never moved: the tags and
+    // the fixed texts take less than 512 bytes beside the prologue.
     std::string out;
-    out.reserve(sizeof kPrologue + 512 + file_size);
+    out.reserve(sizeof kPrologue + 512 + 2 * std::strlen(operation) + std::strlen(service_namespace) +
+                std::strlen(access_key) + ein_digits.size() + form.size() + year_text.size() + hash_text.size() +
+                file_size);
     out += kPrologue;
     out += "<SOAP-ENV:Body><m:";
     out += operation;
@@ -79,11 +88,11 @@ std::string envelope(const char* operation, const char* ein, const char* form_na
     out += service_namespace;
     out += "\">";
     add_parameter(out, "accessKey", access_key);
-    add_parameter(out, "ein", normalise_ein(ein));
-    add_parameter(out, "formName", TextOf(form_name));
-    add_parameter(out, "year", TextOf(year));
+    add_parameter(out, "ein", ein_digits);
+    add_parameter(out, "formName", form);
+    add_parameter(out, "year", year_text);
     if (file_text != nullptr) {
-        add_parameter(out, "hash", TextOf(hash));
+        add_parameter(out, "hash", hash_text);
         add_parameter(out, "fileText", file_text, file_size);
     }
     out += "</m:";
@@ -118,17 +127,21 @@ bool call(const char* operation, const char* ein, const char* form_name, const c
 
 bool upload_text(const char* path, CkString& text)
 {
-    CkXml xml;
-    xml.put_EmitDeclaration(false);
-    if (!xml.LoadXmlFile(path)) {
-        VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
-        VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
-        return false;
+    {
+        CkXml xml;
+        xml.put_EmitDeclaration(false);
+        if (!xml.LoadXmlFile(path)) {
+            VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
+            VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
+            return false;
+        }
+        // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is
+        // still that of the file.
+        text.clear();
+        text.append(xml.GetXml());
     }
-    // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is still
-    // that of the file.
-    text.clear();
-    text.append(xml.GetXml());
+    // The tree and its text are gone before the encoded copy is made, so that it can take their
+    // memory.
     VLOG(3, "[EfileSoaps] Loaded vellument %s\n", TextOf(path).c_str());
     text.entityEncode();
     return true;

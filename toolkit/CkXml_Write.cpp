@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace ckxml {
 namespace {
@@ -11,76 +12,178 @@ namespace {
 // Indentation stops growing here, so that deep trees cost linear time and space.
 const int kMaxIndentDepth = 50;
 
-const char* attributeEscape(char c)
-{
-    switch (c) {
-    case '"': return "&quot;";
-    case '&': return "&amp;";
-    case '>': return "&gt;";
-    case '<': return "&lt;";
-    case '\'': return "&apos;";
-    case '\t': return "&#x9;";
-    case '\n': return "&#xA;";
-    case '\r': return "&#xD;";
-    default: return nullptr;
-    }
-}
+// What each byte of an attribute value is written as: its escape, padded to 8 bytes so that it
+// goes out in one store, or (length 0) the byte itself.
+struct AttributeEscapes {
+    char text[256][8];
+    unsigned char length[256];
 
-void appendEscapedAttribute(std::string& out, std::string_view value)
-{
-    // Most values have nothing to escape: runs between escapes go out whole.
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        const char* escape = attributeEscape(value[i]);
-        if (escape == nullptr)
-            continue;
-        out.append(value.data() + start, i - start);
-        out += escape;
-        start = i + 1;
+    constexpr AttributeEscapes() : text(), length()
+    {
+        set('"', "&quot;");
+        set('&', "&amp;");
+        set('>', "&gt;");
+        set('<', "&lt;");
+        set('\'', "&apos;");
+        set('\t', "&#x9;");
+        set('\n', "&#xA;");
+        set('\r', "&#xD;");
     }
-    out.append(value.data() + start, value.size() - start);
-}
+    constexpr void set(unsigned char c, const char* escape)
+    {
+        unsigned char n = 0;
+        for (; escape[n] != '\0'; ++n)
+            text[c][n] = escape[n];
+        length[c] = n;
+    }
+};
+constexpr AttributeEscapes kAttributeEscapes{};
+const std::size_t kLongestEscape = 6;
 
-void appendAttribute(std::string& out, std::string_view name, std::string_view value)
+// The text being written. Bytes go in through a cursor once room for them is made, into pieces
+// that double in size up to a limit and are joined once at the end: no byte is moved while the
+// text grows, and the text itself is allocated at its final size. (Measuring the tree first
+// would cost a walk over all of it.)
+class Out {
+public:
+    Out() { newPiece(kFirstPiece); }
+
+    // Makes room for n more bytes and gives the cursor.
+    char* room(std::size_t n)
+    {
+        if (n > static_cast<std::size_t>(end_ - p_))
+            spill(n);
+        return p_;
+    }
+    void advance(char* to) { p_ = to; }
+
+    void put(const char* s, std::size_t n)
+    {
+        copyBytes(room(n), s, n);
+        p_ += n;
+    }
+    void put(std::string_view s) { put(s.data(), s.size()); }
+    void put(char c)
+    {
+        *room(1) = c;
+        ++p_;
+    }
+
+    std::string finish()
+    {
+        closePiece();
+        std::string text;
+        text.reserve(total_);
+        for (const Piece& piece : pieces_)
+            text.append(piece.bytes.get(), piece.size);
+        return text;
+    }
+
+private:
+    static constexpr std::size_t kFirstPiece = 64 * 1024;
+    static constexpr std::size_t kLargestPiece = 8 * 1024 * 1024;
+
+    struct Piece {
+        std::unique_ptr<char[]> bytes;  // left uninitialised: only what is written is touched
+        std::size_t size;
+        std::size_t capacity;
+    };
+
+    void closePiece()
+    {
+        Piece& last = pieces_.back();
+        last.size = static_cast<std::size_t>(p_ - last.bytes.get());
+        total_ += last.size;
+    }
+    void newPiece(std::size_t capacity)
+    {
+        Piece piece{std::unique_ptr<char[]>(new char[capacity]), 0, capacity};
+        p_ = piece.bytes.get();
+        end_ = p_ + capacity;
+        pieces_.push_back(std::move(piece));
+    }
+    void spill(std::size_t n)
+    {
+        closePiece();
+        newPiece(std::max(n, std::min(pieces_.back().capacity * 2, kLargestPiece)));
+    }
+
+    std::vector<Piece> pieces_;
+    std::size_t total_ = 0;
+    char* p_ = nullptr;
+    char* end_ = nullptr;
+};
+
+void appendAttribute(Out& out, std::string_view name, std::string_view value)
 {
-    out.push_back(' ');
-    out.append(name.data(), name.size());
-    out += "=\"";
-    appendEscapedAttribute(out, value);
-    out.push_back('"');
+    // The 8-byte store of an escape may reach 2 bytes past it.
+    char* p = out.room(name.size() + value.size() * kLongestEscape + 4 + (8 - kLongestEscape));
+    *p++ = ' ';
+    copyBytes(p, name.data(), name.size());
+    p += name.size();
+    *p++ = '=';
+    *p++ = '"';
+    for (char c : value) {
+        const unsigned char b = static_cast<unsigned char>(c);
+        const unsigned n = kAttributeEscapes.length[b];
+        if (n == 0) {
+            *p++ = c;
+        } else {
+            std::memcpy(p, kAttributeEscapes.text[b], 8);
+            p += n;
+        }
+    }
+    *p++ = '"';
+    out.advance(p);
 }
 
 // CDATA text without any section markers in it, removed in one pass so that taking one out can't
 // leave another behind.
-void appendCdataBody(std::string& out, std::string_view text)
+void appendCdataBody(Out& out, std::string_view text)
 {
     static const char kOpen[] = "<![CDATA[";
     static const char kClose[] = "]]>";
-    const std::size_t start = out.size();
+    char* const start = out.room(text.size());
+    char* p = start;
     for (char c : text) {
-        out.push_back(c);
-        const std::size_t n = out.size() - start;
-        if (c == '>' && n >= 3 && out.compare(out.size() - 3, 3, kClose) == 0)
-            out.resize(out.size() - 3);
-        else if (c == '[' && n >= 9 && out.compare(out.size() - 9, 9, kOpen) == 0)
-            out.resize(out.size() - 9);
+        *p++ = c;
+        const std::size_t n = static_cast<std::size_t>(p - start);
+        if (c == '>' && n >= 3 && std::memcmp(p - 3, kClose, 3) == 0)
+            p -= 3;
+        else if (c == '[' && n >= 9 && std::memcmp(p - 9, kOpen, 9) == 0)
+            p -= 9;
     }
+    out.advance(p);
+}
+
+std::string_view tagOf(const TreeNode* n)
+{
+    return n->tag.empty() ? std::string_view("nothing") : n->tag.view();
+}
+
+std::size_t indentOf(int depth)
+{
+    return static_cast<std::size_t>(std::min(depth, kMaxIndentDepth)) * 4;
 }
 
 class Writer {
 public:
-    Writer(std::string& out, bool compact) : out_(out), compact_(compact) {}
+    Writer(Out& out, bool compact) : out_(out), compact_(compact) {}
 
     void lineEnd()
     {
         if (!compact_)
-            out_ += "\r\n";
+            out_.put("\r\n", 2);
     }
 
     void indent(int depth)
     {
-        if (!compact_)
-            out_.append(static_cast<std::size_t>(std::min(depth, kMaxIndentDepth)) * 4, ' ');
+        if (compact_)
+            return;
+        const std::size_t n = indentOf(depth);
+        char* p = out_.room(n);
+        std::memset(p, ' ', n);
+        out_.advance(p + n);
     }
 
     // Writes the element's start, its content and, when it has no children, its end. True when
@@ -88,24 +191,24 @@ public:
     bool open(const TreeNode* n, int depth)
     {
         indent(depth);
-        out_.push_back('<');
-        appendTag(n);
+        out_.put('<');
+        out_.put(tagOf(n));
         for (const Attribute& a : n->attributes)
             appendAttribute(out_, a.name(), a.value());
         if (n->content.empty() && n->children.empty()) {
-            out_ += "/>";
+            out_.put("/>", 2);
             lineEnd();
             return false;
         }
-        out_.push_back('>');
+        out_.put('>');
         if (!n->content.empty()) {
             if (n->cdata) {
-                out_ += "<![CDATA[";
+                out_.put("<![CDATA[", 9);
                 appendCdataBody(out_, n->content.view());
-                out_ += "]]>";
+                out_.put("]]>", 3);
             } else {
                 // Content still holds its references, so it goes out as it is.
-                out_.append(n->content.data, n->content.size);
+                out_.put(n->content.data, n->content.size);
             }
         }
         if (n->children.empty()) {
@@ -123,27 +226,19 @@ public:
     }
 
 private:
-    void appendTag(const TreeNode* n)
-    {
-        if (n->tag.empty())
-            out_ += "nothing";
-        else
-            out_.append(n->tag.data, n->tag.size);
-    }
-
     void closeTag(const TreeNode* n)
     {
-        out_ += "</";
-        appendTag(n);
-        out_.push_back('>');
+        out_.put("</", 2);
+        out_.put(tagOf(n));
+        out_.put('>');
         lineEnd();
     }
 
-    std::string& out_;
+    Out& out_;
     bool compact_;
 };
 
-void writeDeclaration(std::string& out, const TreeInfo& tree)
+void writeDeclaration(Out& out, const TreeInfo& tree)
 {
     DeclarationSet set = tree.declaration;
     auto find = [&set](const char* name) {
@@ -156,10 +251,10 @@ void writeDeclaration(std::string& out, const TreeInfo& tree)
     }
     std::stable_partition(set.begin(), set.end(),
                           [](const DeclarationSet::value_type& a) { return a.first != "standalone"; });
-    out += "<?xml";
+    out.put("<?xml", 5);
     for (const auto& a : set)
         appendAttribute(out, a.first, a.second);
-    out += "?>";
+    out.put("?>", 2);
 }
 
 } // namespace
@@ -167,7 +262,7 @@ void writeDeclaration(std::string& out, const TreeInfo& tree)
 std::string writeText(const TreeNode* node, bool emitDeclaration)
 {
     const TreeInfo& tree = *node->tree;
-    std::string out;
+    Out out;
     Writer writer(out, tree.compact);
     if (node->parent == nullptr) {
         if (emitDeclaration) {
@@ -175,15 +270,15 @@ std::string writeText(const TreeNode* node, bool emitDeclaration)
             writer.lineEnd();
         }
         for (const std::string& line : tree.styleSheets) {
-            out += line;
+            out.put(line);
             writer.lineEnd();
         }
         if (!tree.doctype.empty()) {
-            out += tree.doctype;
+            out.put(tree.doctype);
             writer.lineEnd();
         }
         if (!tree.otherInstructions.empty()) {
-            out += tree.otherInstructions;
+            out.put(tree.otherInstructions);
             writer.lineEnd();
         }
     }
@@ -208,7 +303,7 @@ std::string writeText(const TreeNode* node, bool emitDeclaration)
             open.pop_back();
         }
     }
-    return out;
+    return out.finish();
 }
 
 std::string resolveFive(std::string_view text)
