@@ -9,6 +9,7 @@
 
 #include <vellument/Ostrel_FileSystem.h>
 
+#include "Ostrel/Database_Access.h"
 #include "Ostrel/Database_ChildRows.h"
 #include "Ostrel/Database_Shapes.h"
 #include "Ostrel/Database_Text.h"
@@ -21,6 +22,8 @@ namespace {
 // Enough for every fixed statement of the mirror and the reused inserts, small enough that
 // statements made unique by spliced keys can't pile up.
 const std::size_t kStatementCacheSize = 128;
+// The mapper keeps one insert per table and one update per link.
+const std::size_t kKeptStatements = 64;
 // How long a statement waits for another process's lock before it fails.
 const int kBusyTimeoutMs = 5000;
 // A database file may be hostile: a view can be made to run without end or to yield rows without
@@ -68,6 +71,8 @@ struct DatabaseEx::Impl {
     detail::ChildRows child_rows;
     detail::ChildQuery scratch_query;
     bool query_pending = false;  // scratch_query is the statement being run
+    // Statements kept under their number until the connection closes (see Database_Access.h).
+    std::vector<std::pair<std::string, sqlite3_stmt*>> kept;
 
     void set_error(const std::string& text)
     {
@@ -353,6 +358,9 @@ struct DatabaseEx::Impl {
     {
         child_rows.clear();
         clear_cache();
+        for (const auto& statement : kept)
+            sqlite3_finalize(statement.second);
+        kept.clear();
         if (db != nullptr) {
             // Closing with a transaction open rolls it back.
             sqlite3_close_v2(db);
@@ -488,6 +496,69 @@ std::string DatabaseEx::GetLastErrorText() const
 {
     return m_impl->last_error;
 }
+
+// --- Statements kept for the mapper ----------------------------------------------------------
+
+namespace detail {
+
+int DatabaseAccess::keep(DatabaseEx& database, const std::string& sql)
+{
+    DatabaseEx::Impl& d = *database.m_impl;
+    if (d.db == nullptr)
+        return -1;
+    for (std::size_t i = 0; i < d.kept.size(); ++i)
+        if (d.kept[i].first == sql)
+            return static_cast<int>(i);
+    if (d.kept.size() >= kKeptStatements)
+        return -1;
+    sqlite3_stmt* prepared = nullptr;
+    const char* tail = nullptr;
+    if (sqlite3_prepare_v2(d.db, sql.c_str(), static_cast<int>(sql.size()) + 1, &prepared, &tail) != SQLITE_OK ||
+        prepared == nullptr || !only_trivia(tail)) {
+        sqlite3_finalize(prepared);
+        return -1;
+    }
+    d.kept.emplace_back(sql, prepared);
+    return static_cast<int>(d.kept.size() - 1);
+}
+
+bool DatabaseAccess::run(DatabaseEx& database, int kept, const TextValue* texts, std::size_t text_count,
+                         const long long* numbers, std::size_t number_count)
+{
+    DatabaseEx::Impl& d = *database.m_impl;
+    if (kept < 0 || static_cast<std::size_t>(kept) >= d.kept.size()) {
+        d.set_error("no such kept statement");
+        return false;
+    }
+    const std::pair<std::string, sqlite3_stmt*>& statement = d.kept[static_cast<std::size_t>(kept)];
+    sqlite3_stmt* prepared = statement.second;
+    int index = 1;
+    for (std::size_t i = 0; i < text_count; ++i, ++index) {
+        // The texts outlive the run, and the bindings are cleared after it.
+        if (sqlite3_bind_text(prepared, index, texts[i].data, static_cast<int>(texts[i].size), SQLITE_STATIC) !=
+            SQLITE_OK) {
+            d.set_sqlite_error("bind failed");
+            DatabaseEx::Impl::done_with(prepared);
+            return false;
+        }
+    }
+    for (std::size_t i = 0; i < number_count; ++i, ++index) {
+        if (sqlite3_bind_int64(prepared, index, numbers[i]) != SQLITE_OK) {
+            d.set_sqlite_error("bind failed");
+            DatabaseEx::Impl::done_with(prepared);
+            return false;
+        }
+    }
+    return d.run(prepared, statement.first.c_str());
+}
+
+long long DatabaseAccess::last_insert_rowid(const DatabaseEx& database)
+{
+    const DatabaseEx::Impl& d = *database.m_impl;
+    return d.db != nullptr ? sqlite3_last_insert_rowid(d.db) : 0;
+}
+
+} // namespace detail
 
 // --- RecordSet -------------------------------------------------------------------------------
 
@@ -719,33 +790,6 @@ std::string RecordSet::GetFieldName(int index) const
 const char* RecordSet::GetColumnString(long index) const
 {
     return m_impl->index_of(index) < 0 ? "" : m_impl->column_text(index);
-}
-
-// --- OstrelDataDatabase ----------------------------------------------------------------------
-
-OstrelDataDatabase::OstrelDataDatabase() = default;
-
-OstrelDataDatabase::~OstrelDataDatabase() = default;
-
-std::string OstrelDataDatabase::GetReferencePath()
-{
-    const char* configured = std::getenv("VELLUMENT_REFERENCE_DB");
-    if (configured != nullptr && *configured != '\0')
-        return configured;
-    std::string directory = FileSystem::GetOstrelLocalAppDataDirectory();
-    if (!directory.empty() && directory.back() != '\\' && directory.back() != '/')
-        directory += '\\';
-    return directory + "OstrelData.db";
-}
-
-bool OstrelDataDatabase::Open()
-{
-    return m_database.OpenExistingFile(GetReferencePath(), std::string());
-}
-
-DatabaseEx* OstrelDataDatabase::GetSmartDB()
-{
-    return &m_database;
 }
 
 } // namespace Ostrel
