@@ -175,11 +175,13 @@ int insert_kept(vellument_database_impl& impl, Ostrel::DatabaseEx& database, int
                 const attributeDicList& attributes)
 {
     std::vector<Ostrel::detail::TextValue>& values = impl.insert_values;
-    values.resize(attributes.size());
-    for (std::size_t i = 0; i < attributes.size(); ++i)
+    const std::size_t count = attributes.size();
+    if (values.size() < count)
+        values.resize(count);
+    for (std::size_t i = 0; i < count; ++i)
         values[i] = {attributes[i].attributeValue.data(), attributes[i].attributeValue.size()};
     const long long key = parent;
-    if (!Ostrel::detail::DatabaseAccess::run(database, kept, values.data(), values.size(), &key, parented ? 1 : 0)) {
+    if (!Ostrel::detail::DatabaseAccess::run(database, kept, values.data(), count, &key, parented ? 1 : 0)) {
         g_database_error = true;
         return -1;
     }
