@@ -15,6 +15,7 @@
 #include <vellument/Ostrel_Database.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/Database_Access.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_WellFormed.h"
@@ -158,6 +159,10 @@ struct CvellumentDB::ReadTree {
         std::size_t m_left = 0;
     };
     Texts texts;
+    // Texts of grouped rows are pointed at where the database layer holds them rather than
+    // copied: these keep those rows alive for as long as the tree.
+    std::vector<std::shared_ptr<const void>> owners;
+    const void* last_owner = nullptr;
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
@@ -189,6 +194,16 @@ struct CvellumentDB::ReadTree {
     }
     int append_child(int parent, const char* tag) { return add_child_after(parent, INT_MAX - 1, tag); }
 
+    // After the first of `transactions`: room for them all, as the trail's transactions are mostly
+    // alike, so that the arrays aren't copied again and again as they grow.
+    void expect(int transactions)
+    {
+        const std::size_t factor = static_cast<std::size_t>(std::max(transactions, 1));
+        const std::size_t limit = std::size_t(1) << 24;  // a guess, not a promise: kept modest
+        elements.reserve(std::min(elements.size() * factor, limit));
+        attributes.reserve(std::min(attributes.size() * factor, limit));
+    }
+
     std::uint32_t name_id(const std::string& name)
     {
         const auto found = name_ids.find(name);
@@ -201,8 +216,9 @@ struct CvellumentDB::ReadTree {
         return id;
     }
 
-    // An element's attributes are added one after the other, before any other element's.
-    void add_attribute(int element, std::uint32_t name, const char* value)
+    // An element's attributes are added one after the other, before any other element's. A
+    // lasting value is kept where it stands; any other is copied.
+    void add_attribute(int element, std::uint32_t name, const char* value, bool lasting = false)
     {
         Element& e = at(element);
         if (e.attributes == 0)
@@ -211,7 +227,27 @@ struct CvellumentDB::ReadTree {
         const std::size_t size = measure_value(value, plain);
         if (size > UINT32_MAX)
             plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
-        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), texts.add(value, size)});
+        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), lasting ? value : texts.add(value, size)});
+    }
+
+    // The text of a column of the present row, and whether it lasts beyond the row (see
+    // add_attribute).
+    const char* cell(const Ostrel::RecordSet& rows, int column, bool& lasting)
+    {
+        const void* owner = nullptr;
+        const char* value = Ostrel::detail::DatabaseAccess::lasting_cell(rows, column, owner);
+        lasting = value != nullptr;
+        if (!lasting)
+            return rows.GetColumnString(column);
+        if (owner != last_owner) {
+            bool known = false;
+            for (const std::shared_ptr<const void>& held : owners)
+                known = known || held.get() == owner;
+            if (!known)
+                owners.push_back(Ostrel::detail::DatabaseAccess::owner_of(rows));
+            last_owner = owner;
+        }
+        return value;
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -226,8 +262,11 @@ struct CvellumentDB::ReadTree {
             for (int i = 0; i < count; ++i)
                 columns.ids.push_back(name_id(rows.GetFieldName(i)));
         }
-        for (int i = 1; i < count - skipped; ++i)
-            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], rows.GetColumnString(i));
+        for (int i = 1; i < count - skipped; ++i) {
+            bool lasting = false;
+            const char* value = cell(rows, i, lasting);
+            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], value, lasting);
+        }
     }
 
     COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
@@ -533,6 +572,8 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
             VLOG(1, "[CvellumentDB] Error selecting from copy\n");
             return nullptr;
         }
+        if (i == 0)
+            tree.expect(count);
         transactions.MoveNext();
     }
     transactions.Close();

@@ -114,6 +114,7 @@ public:
     const char* GetColumnString(long index) const;
 
 private:
+    friend struct detail::DatabaseAccess;
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
