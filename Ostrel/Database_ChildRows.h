@@ -35,9 +35,7 @@ namespace detail {
 
 // Appends column i of the statement's present row as text closed by a NUL, and its start to
 // starts. Integers are written as SQLite writes them; NULL reads as "". Gives the text's size.
-// Offsets of 32 bits serve texts under 4 GiB.
 std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts);
-std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::uint32_t>& starts);
 
 // The table, column and key of a query of the grouped form.
 struct ChildQuery {
