@@ -33,11 +33,11 @@ struct DatabaseAccess {
     // What "SELECT last_insert_rowid();" gives on the connection.
     static long long last_insert_rowid(const DatabaseEx& database);
 
-    // The text of a column of the set's present row, closed by a NUL, when it lives on beyond the
-    // set's next move, Open or Close: it then stays valid while owner_of(rows) is held, and owner
-    // tells which rows those are (the same for all cells of one grouping). Null when the set holds
-    // its own copy, or for a column or row out of range.
-    static const char* lasting_cell(const RecordSet& rows, long column, const void*& owner);
+    // The text of a column of the set's present row, closed by a NUL, and its size, when it lives
+    // on beyond the set's next move, Open or Close: it then stays valid while owner_of(rows) is
+    // held, and owner tells which rows those are (the same for all cells of one grouping). Null
+    // when the set holds its own copy, or for a column or row out of range.
+    static const char* lasting_cell(const RecordSet& rows, long column, std::size_t& size, const void*& owner);
     static std::shared_ptr<const void> owner_of(const RecordSet& rows);
 };
 

@@ -424,7 +424,9 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
     if (rc != SQLITE_DONE)
         return false;
     // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
-    std::sort(rows.by_key.begin(), rows.by_key.end());
+    // A table written in one go mostly comes sorted already.
+    if (!std::is_sorted(rows.by_key.begin(), rows.by_key.end()))
+        std::sort(rows.by_key.begin(), rows.by_key.end());
     rows.dense = !rows.by_key.empty();
     for (std::size_t i = 1; rows.dense && i < rows.by_key.size(); ++i)
         rows.dense = rows.by_key[i].first == rows.by_key[i - 1].first + 1;

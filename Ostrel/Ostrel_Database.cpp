@@ -792,13 +792,14 @@ const char* RecordSet::GetColumnString(long index) const
     return m_impl->index_of(index) < 0 ? "" : m_impl->column_text(index);
 }
 
-const char* detail::DatabaseAccess::lasting_cell(const RecordSet& rows, long column, const void*& owner)
+const char* detail::DatabaseAccess::lasting_cell(const RecordSet& rows, long column, std::size_t& size,
+                                                 const void*& owner)
 {
     const RecordSet::Impl& d = *rows.m_impl;
     if (!d.grouped || d.index_of(column) < 0)
         return nullptr;
     owner = d.group.rows().get();
-    return d.column_text(column);
+    return d.column_text(column, size);
 }
 
 std::shared_ptr<const void> detail::DatabaseAccess::owner_of(const RecordSet& rows)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -84,6 +85,25 @@ std::size_t measure_value(const char* value, bool& plain)
     return static_cast<std::size_t>(p - value) + std::strlen(p);
 }
 
+// As measure_value, for a text whose size up to its closing NUL is known: printable ASCII is
+// passed over a word at a time. A NUL inside, or any byte that isn't plain, ends the fast pass.
+std::size_t measure_sized(const char* value, std::size_t size, bool& plain)
+{
+    std::size_t i = 0;
+    if (plain) {
+        const std::uint64_t high = 0x8080808080808080ULL;
+        for (; i + 8 <= size; i += 8) {
+            std::uint64_t word;
+            std::memcpy(&word, value + i, sizeof word);
+            // A byte from 0x20 to 0x7f keeps its high bit clear and gets it from adding 0x60;
+            // with no high bit set in the word the additions carry nothing into the next byte.
+            if (((word | ~(word + 0x6060606060606060ULL)) & high) != 0)
+                break;
+        }
+    }
+    return i + measure_value(value + i, plain);
+}
+
 } // namespace
 
 // The document as the rows give it, before it becomes one: its elements in an array, linked in
@@ -113,6 +133,7 @@ struct CvellumentDB::ReadTree {
     struct Columns {
         int count = -1;
         std::vector<std::uint32_t> ids;
+        std::vector<std::pair<std::string, int>> places;  // of columns asked for by name
     };
     enum Site {
         SITE_TRAIL,
@@ -125,6 +146,7 @@ struct CvellumentDB::ReadTree {
         SITE_FORM,
         SITE_HISTORY,
         SITE_FORM_BASE,
+        SITE_TRANSACTION,
         SITE_COUNT
     };
 
@@ -218,13 +240,14 @@ struct CvellumentDB::ReadTree {
 
     // An element's attributes are added one after the other, before any other element's. A
     // lasting value is kept where it stands; any other is copied.
-    void add_attribute(int element, std::uint32_t name, const char* value, bool lasting = false)
+    void add_attribute(int element, std::uint32_t name, const char* value, bool lasting = false,
+                       std::size_t known_size = 0)
     {
         Element& e = at(element);
         if (e.attributes == 0)
             e.first_attribute = attributes.size();
         ++e.attributes;
-        const std::size_t size = measure_value(value, plain);
+        const std::size_t size = lasting ? measure_sized(value, known_size, plain) : measure_value(value, plain);
         if (size > UINT32_MAX)
             plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
         attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), lasting ? value : texts.add(value, size)});
@@ -232,10 +255,10 @@ struct CvellumentDB::ReadTree {
 
     // The text of a column of the present row, and whether it lasts beyond the row (see
     // add_attribute).
-    const char* cell(const Ostrel::RecordSet& rows, int column, bool& lasting)
+    const char* cell(const Ostrel::RecordSet& rows, int column, bool& lasting, std::size_t& size)
     {
         const void* owner = nullptr;
-        const char* value = Ostrel::detail::DatabaseAccess::lasting_cell(rows, column, owner);
+        const char* value = Ostrel::detail::DatabaseAccess::lasting_cell(rows, column, size, owner);
         lasting = value != nullptr;
         if (!lasting)
             return rows.GetColumnString(column);
@@ -254,25 +277,69 @@ struct CvellumentDB::ReadTree {
     // `skipped` columns (tableVer and the links) are left out.
     void copy_attributes(int element, const Ostrel::RecordSet& rows, int skipped, Site site)
     {
-        Columns& columns = sites[site];
-        const int count = rows.GetFieldCount();
-        if (!stable_columns || columns.count != count) {
-            columns.count = count;
-            columns.ids.clear();
-            for (int i = 0; i < count; ++i)
-                columns.ids.push_back(name_id(rows.GetFieldName(i)));
-        }
+        const Columns& columns = columns_of(rows, site);
+        const int count = columns.count;
         for (int i = 1; i < count - skipped; ++i) {
             bool lasting = false;
-            const char* value = cell(rows, i, lasting);
-            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], value, lasting);
+            std::size_t size = 0;
+            const char* value = cell(rows, i, lasting, size);
+            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], value, lasting, size);
         }
+    }
+
+    // A column of the present row by name, as a number: what GetFieldValue(name) gives, with the
+    // column's place looked up once per site while the columns are stable.
+    int number(const Ostrel::RecordSet& rows, Site site, const std::string& name)
+    {
+        if (!stable_columns)
+            return as_number(rows.GetFieldValue(name));
+        Columns& columns = columns_of(rows, site);
+        for (const std::pair<std::string, int>& place : columns.places)
+            if (place.first == name)
+                return place.second < 0 ? 0 : std::atoi(rows.GetColumnString(place.second));
+        columns.places.emplace_back(name, place_of(rows, name));
+        return number(rows, site, name);
     }
 
     COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
 
 private:
     Element& at(int index) { return elements[static_cast<std::size_t>(index)]; }
+
+    // The names of the set's columns as ids, read again unless they are known for the site.
+    Columns& columns_of(const Ostrel::RecordSet& rows, Site site)
+    {
+        Columns& columns = sites[site];
+        const int count = rows.GetFieldCount();
+        if (!stable_columns || columns.count != count) {
+            columns.count = count;
+            columns.ids.clear();
+            columns.places.clear();
+            for (int i = 0; i < count; ++i)
+                columns.ids.push_back(name_id(rows.GetFieldName(i)));
+        }
+        return columns;
+    }
+
+    // Where GetFieldValue finds a name: the first column of exactly that name, else the first of
+    // it in any ASCII case; -1 for none.
+    static int place_of(const Ostrel::RecordSet& rows, const std::string& name)
+    {
+        const int count = rows.GetFieldCount();
+        for (int i = 0; i < count; ++i)
+            if (rows.GetFieldName(i) == name)
+                return i;
+        auto folded = [](std::string text) {
+            for (char& c : text)
+                c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+            return text;
+        };
+        const std::string wanted = folded(name);
+        for (int i = 0; i < count; ++i)
+            if (folded(rows.GetFieldName(i)) == wanted)
+                return i;
+        return -1;
+    }
     const Element& at(int index) const { return elements[static_cast<std::size_t>(index)]; }
 
     COXMLDocument* build_document() const
@@ -345,6 +412,15 @@ private:
 
 // --- Reading -------------------------------------------------------------------------------------
 
+namespace {
+
+const std::string kBaseId = "baseID";
+const std::string kPackageId = "packageID";
+const std::string kStatusId = "statusID";
+const std::string kDictionaryId = "dictionaryID";
+
+} // namespace
+
 COXMLDocument* CvellumentDB::readRecords(const CVellument* vellument, Ostrel::DatabaseEx* database) const
 {
     if (vellument == nullptr)
@@ -413,10 +489,11 @@ int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::str
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return -1;
     }
-    const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-    const int element = tree.add_child_after(parent, index, tag);
     const bool package = std::strcmp(tag, "Package") == 0;
-    tree.copy_attributes(element, rows, 3, package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS);
+    const ReadTree::Site site = package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS;
+    const int base_id = tree.number(rows, site, kBaseId);
+    const int element = tree.add_child_after(parent, index, tag);
+    tree.copy_attributes(element, rows, 3, site);
     rows.Close();
 
     if (!rows.Open(with_key(base_sql, base_id).c_str(), database)) {
@@ -445,10 +522,11 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
     std::string statement;   // likewise
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
-        const int key = as_number(rows.GetFieldValue(key_column));
-        tree.copy_attributes(element, rows, 3, copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING);
+        const ReadTree::Site site = copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING;
+        const int key = tree.number(rows, site, key_column);
+        tree.copy_attributes(element, rows, 3, site);
 
-        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
+        const int base_id = tree.number(rows, site, kBaseId);
         if (!base.Open(with_key(statement, base_sql, base_id), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
@@ -481,7 +559,7 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         tree.copy_attributes(element, rows, 3, site);
-        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
+        const int base_id = tree.number(rows, site, kBaseId);
         if (!base.Open(with_key(statement, base_sql, base_id), database)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
@@ -542,9 +620,9 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         const int transaction = tree.add_child_after(0, i, "Transaction");
         if (transactions.GetFieldCount() > 1)
             tree.add_attribute(transaction, action, transactions.GetColumnString(1));
-        const int package_id = as_number(transactions.GetFieldValue(std::string("packageID")));
-        const int status_id = as_number(transactions.GetFieldValue(std::string("statusID")));
-        const int dictionary_id = as_number(transactions.GetFieldValue(std::string("dictionaryID")));
+        const int package_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kPackageId);
+        const int status_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kStatusId);
+        const int dictionary_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kDictionaryId);
 
         if (!_addDictionary(tree, transaction, dictionary_id)) {
             VLOG(1, "[CvellumentDB] Error adding dictionary to transaction\n");
