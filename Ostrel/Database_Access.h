@@ -16,6 +16,8 @@ class RecordSet;
 
 namespace detail {
 
+struct ChildQuery;
+
 struct TextValue {
     const char* data;
     std::size_t size;
@@ -39,6 +41,11 @@ struct DatabaseAccess {
     // when the set holds its own copy, or for a column or row out of range.
     static const char* lasting_cell(const RecordSet& rows, long column, std::size_t& size, const void*& owner);
     static std::shared_ptr<const void> owner_of(const RecordSet& rows);
+
+    // What rows.Open gives for "SELECT * FROM <table> WHERE <column> = <key>", given in its parts,
+    // when its table is grouped already: true with those rows, without the text being made or
+    // read. False: open the statement's text as usual.
+    static bool open_grouped(RecordSet& rows, DatabaseEx& database, const ChildQuery& query);
 };
 
 } // namespace detail

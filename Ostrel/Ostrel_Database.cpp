@@ -202,8 +202,12 @@ struct DatabaseEx::Impl {
     // names of the columns come with the group.
     bool answer_grouped(const char* sql, const std::vector<std::string>*& names, detail::ChildRows::Group& group)
     {
-        return db != nullptr && !child_rows.empty() && sqlite3_get_autocommit(db) == 0 &&
-               detail::parse_child_query(sql, scratch_query) && child_rows.find_grouped(scratch_query, group, names);
+        return can_answer_grouped() && detail::parse_child_query(sql, scratch_query) &&
+               child_rows.find_grouped(scratch_query, group, names);
+    }
+    bool can_answer_grouped() const
+    {
+        return db != nullptr && !child_rows.empty() && sqlite3_get_autocommit(db) == 0;
     }
 
     void ran_plain()
@@ -619,6 +623,18 @@ struct RecordSet::Impl {
         grouped = true;
         row_count = group.size();
     }
+    // The rows of a group of an existing grouping, with the grouping's column names.
+    void take_grouped(detail::ChildRows::Group& answer, const std::vector<std::string>& grouped_names)
+    {
+        take_group(answer);
+        const std::shared_ptr<const detail::Grouped>& from = group.rows();
+        if (names_from.expired() || names_from.owner_before(from) || from.owner_before(names_from)) {
+            for (std::size_t i = 0; i < grouped_names.size(); ++i)
+                set_column_name(i, grouped_names[i].c_str());
+            names_from = from;
+        }
+        columns = grouped_names.size();
+    }
 
     void clear_rows()
     {
@@ -666,14 +682,7 @@ bool RecordSet::Open(const char* sql, DatabaseEx* database)
     const std::vector<std::string>* grouped_names = nullptr;
     detail::ChildRows::Group group;
     if (db.answer_grouped(sql, grouped_names, group)) {
-        d.take_group(group);
-        const std::shared_ptr<const detail::Grouped>& from = d.group.rows();
-        if (d.names_from.expired() || d.names_from.owner_before(from) || from.owner_before(d.names_from)) {
-            for (std::size_t i = 0; i < grouped_names->size(); ++i)
-                d.set_column_name(i, (*grouped_names)[i].c_str());
-            d.names_from = from;
-        }
-        d.columns = grouped_names->size();
+        d.take_grouped(group, *grouped_names);
         return true;
     }
     std::vector<Slot>& slots = db.scratch_slots;
@@ -800,6 +809,19 @@ const char* detail::DatabaseAccess::lasting_cell(const RecordSet& rows, long col
         return nullptr;
     owner = d.group.rows().get();
     return d.column_text(column, size);
+}
+
+bool detail::DatabaseAccess::open_grouped(RecordSet& rows, DatabaseEx& database, const ChildQuery& query)
+{
+    DatabaseEx::Impl& db = *database.m_impl;
+    const std::vector<std::string>* names = nullptr;
+    detail::ChildRows::Group group;
+    if (!db.can_answer_grouped() || !db.child_rows.find_grouped(query, group, names))
+        return false;
+    RecordSet::Impl& d = *rows.m_impl;
+    d.clear();
+    d.take_grouped(group, *names);
+    return true;
 }
 
 std::shared_ptr<const void> detail::DatabaseAccess::owner_of(const RecordSet& rows)

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -17,6 +18,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/Database_Access.h"
+#include "Ostrel/Database_ChildRows.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_WellFormed.h"
@@ -188,6 +190,13 @@ struct CvellumentDB::ReadTree {
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
+    // The templates of child statements met so far, with their parts (see open_with_key).
+    struct ChildStatement {
+        std::string sql;
+        Ostrel::detail::ChildQuery query;
+        bool parsed = false;
+    };
+    std::deque<ChildStatement> statements;
 
     explicit ReadTree(const char* root_tag) { elements.push_back(Element{root_tag, -1, -1, -1, 0, 0, 0}); }
 
@@ -299,6 +308,28 @@ struct CvellumentDB::ReadTree {
                 return place.second < 0 ? 0 : std::atoi(rows.GetColumnString(place.second));
         columns.places.emplace_back(name, place_of(rows, name));
         return number(rows, site, name);
+    }
+
+    // rows.Open of a child statement's template with its key: from the table's grouping, without
+    // the text being made and read again, when the table is grouped already.
+    bool open_with_key(Ostrel::RecordSet& rows, Ostrel::DatabaseEx* database, const std::string& sql, int key,
+                       std::string& text)
+    {
+        ChildStatement* known = nullptr;
+        for (ChildStatement& statement : statements)
+            if (statement.sql == sql)
+                known = &statement;
+        if (known == nullptr) {
+            statements.emplace_back();
+            known = &statements.back();
+            known->sql = sql;
+            known->parsed = Ostrel::detail::parse_child_query(with_key(sql, 0).c_str(), known->query);
+        }
+        known->query.key = key;
+        if (known->parsed && database != nullptr &&
+            Ostrel::detail::DatabaseAccess::open_grouped(rows, *database, known->query))
+            return true;
+        return rows.Open(with_key(text, sql, key), database);
     }
 
     COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
@@ -496,7 +527,8 @@ int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::str
     tree.copy_attributes(element, rows, 3, site);
     rows.Close();
 
-    if (!rows.Open(with_key(base_sql, base_id).c_str(), database)) {
+    std::string text;
+    if (!tree.open_with_key(rows, database, base_sql, base_id, text)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return -1;
     }
@@ -527,7 +559,7 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
         tree.copy_attributes(element, rows, 3, site);
 
         const int base_id = tree.number(rows, site, kBaseId);
-        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+        if (!tree.open_with_key(base, database, base_sql, base_id, statement)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
@@ -560,7 +592,7 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
         const int element = tree.add_child_after(parent, i, tag);
         tree.copy_attributes(element, rows, 3, site);
         const int base_id = tree.number(rows, site, kBaseId);
-        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+        if (!tree.open_with_key(base, database, base_sql, base_id, statement)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
