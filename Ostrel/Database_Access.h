@@ -46,6 +46,9 @@ struct DatabaseAccess {
     // when its table is grouped already: true with those rows, without the text being made or
     // read. False: open the statement's text as usual.
     static bool open_grouped(RecordSet& rows, DatabaseEx& database, const ChildQuery& query);
+    // Tells, inside a transaction, that the table will be asked for many keys of the query's
+    // column: its grouping is then made at its first query rather than after a first statement.
+    static void expect_queries(DatabaseEx& database, const ChildQuery& query);
 };
 
 } // namespace detail

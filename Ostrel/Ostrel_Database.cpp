@@ -824,6 +824,13 @@ bool detail::DatabaseAccess::open_grouped(RecordSet& rows, DatabaseEx& database,
     return true;
 }
 
+void detail::DatabaseAccess::expect_queries(DatabaseEx& database, const ChildQuery& query)
+{
+    DatabaseEx::Impl& db = *database.m_impl;
+    if (db.db != nullptr && sqlite3_get_autocommit(db.db) == 0)
+        db.child_rows.ran(query);
+}
+
 std::shared_ptr<const void> detail::DatabaseAccess::owner_of(const RecordSet& rows)
 {
     const RecordSet::Impl& d = *rows.m_impl;

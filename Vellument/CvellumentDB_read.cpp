@@ -197,6 +197,9 @@ struct CvellumentDB::ReadTree {
         bool parsed = false;
     };
     std::deque<ChildStatement> statements;
+    // Record sets of each level, kept for the whole read: a set opened again on the grouping it
+    // had keeps its column names rather than copying them.
+    Ostrel::RecordSet package_rows, unit_rows, unit_base_rows, form_rows, form_base_rows;
 
     explicit ReadTree(const char* root_tag) { elements.push_back(Element{root_tag, -1, -1, -1, 0, 0, 0}); }
 
@@ -515,7 +518,7 @@ int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::str
                                       const char* tag, int index) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.package_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return -1;
@@ -541,7 +544,7 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
                                     const char* tag, const std::string& key_column) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.unit_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
@@ -550,8 +553,8 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
     const char* child_tag = copy ? "History" : "Form";
     static const std::string base_sql = "SELECT * FROM VLMfilingBase WHERE filingBaseID = %d";
     const int count = rows.GetRecordCount();
-    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
-    std::string statement;   // likewise
+    Ostrel::RecordSet& base = tree.unit_base_rows;  // opened anew for each row
+    std::string statement;                          // likewise, its memory kept
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         const ReadTree::Site site = copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING;
@@ -579,15 +582,15 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
                                      const char* tag) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.form_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
     }
     const ReadTree::Site site = std::strcmp(tag, "History") == 0 ? ReadTree::SITE_HISTORY : ReadTree::SITE_FORM;
     const int count = rows.GetRecordCount();
-    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
-    std::string statement;   // likewise
+    Ostrel::RecordSet& base = tree.form_base_rows;  // opened anew for each row
+    std::string statement;                          // likewise, its memory kept
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         tree.copy_attributes(element, rows, 3, site);
@@ -631,6 +634,19 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
     const ReadTransaction read_transaction(database);
     ReadTree tree("AuditTrail");
     tree.stable_columns = read_transaction.begun();
+    if (read_transaction.begun()) {
+        // Every table below the transactions is asked for once per parent: grouped at once.
+        static const char* const kChildStatements[] = {
+            "SELECT * FROM VLMdictionaryEntry WHERE parentID = 0", "SELECT * FROM VLMpackage WHERE parentID = 0",
+            "SELECT * FROM VLMstatus WHERE parentID = 0",          "SELECT * FROM VLMfiling WHERE parentID = 0",
+            "SELECT * FROM VLMform WHERE parentID = 0",            "SELECT * FROM VLMcopy WHERE parentID = 0",
+            "SELECT * FROM VLMhistory WHERE parentID = 0",
+        };
+        Ostrel::detail::ChildQuery query;
+        for (const char* statement : kChildStatements)
+            if (Ostrel::detail::parse_child_query(statement, query))
+                Ostrel::detail::DatabaseAccess::expect_queries(*database, query);
+    }
     const int trail_id = _checkAndInsertVellument(
         tree,
         format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "
