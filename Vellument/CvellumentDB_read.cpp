@@ -262,7 +262,8 @@ struct CvellumentDB::ReadTree {
         const std::size_t size = lasting ? measure_sized(value, known_size, plain) : measure_value(value, plain);
         if (size > UINT32_MAX)
             plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
-        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), lasting ? value : texts.add(value, size)});
+        const char* kept = lasting ? value : texts.add(value, size);
+        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), kept});
     }
 
     // The text of a column of the present row, and whether it lasts beyond the row (see

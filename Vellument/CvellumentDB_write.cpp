@@ -390,7 +390,8 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
         if (transaction == nullptr)
             continue;
         transaction->set_number(i);
-        const int transaction_id = _insertRecord(TABLE_TRANSACTION, trail_id, AttributeLists::fill_transaction(*transaction));
+        const int transaction_id =
+            _insertRecord(TABLE_TRANSACTION, trail_id, AttributeLists::fill_transaction(*transaction));
 
         CDictionary* dictionary = transaction->get_dictionary();
         if (dictionary != nullptr && !dictionary->empty()) {
@@ -400,8 +401,9 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
 
         CPackage* package = transaction->get_package();
         CStatus* status = transaction->get_status();
-        const int package_id = _insertRecord(TABLE_PACKAGE, transaction_id,
-                                             package != nullptr ? AttributeLists::fill_package(*package) : kNoAttributes);
+        const attributeDicList& package_list =
+            package != nullptr ? AttributeLists::fill_package(*package) : kNoAttributes;
+        const int package_id = _insertRecord(TABLE_PACKAGE, transaction_id, package_list);
         _updateTable(*link_of(LINK_TRANSACTION_PACKAGE), package_id, transaction_id);
         const int status_id = _insertRecord(TABLE_STATUS, transaction_id,
                                             status != nullptr ? status->getAndFillMap() : attributeDicList());
