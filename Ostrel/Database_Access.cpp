@@ -39,9 +39,15 @@ bool DatabaseAccess::run(DatabaseEx& database, int kept, const TextValue* texts,
     }
     const std::pair<std::string, sqlite3_stmt*>& statement = d.kept[static_cast<std::size_t>(kept)];
     sqlite3_stmt* prepared = statement.second;
+    // A statement whose every mark gets a value keeps its bindings between runs; any other starts
+    // from none, so that its unbound marks stay null.
+    const std::size_t marks = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared));
+    const bool all_bound = text_count + number_count == marks;
+    if (!all_bound)
+        sqlite3_clear_bindings(prepared);
     int index = 1;
     for (std::size_t i = 0; i < text_count; ++i, ++index) {
-        // The texts outlive the run, and the bindings are cleared after it.
+        // Bound where they stand: the texts outlive the run, and a binding is never read after it.
         if (sqlite3_bind_text(prepared, index, texts[i].data, static_cast<int>(texts[i].size), SQLITE_STATIC) !=
             SQLITE_OK) {
             d.set_sqlite_error("bind failed");
@@ -56,7 +62,7 @@ bool DatabaseAccess::run(DatabaseEx& database, int kept, const TextValue* texts,
             return false;
         }
     }
-    return d.run(prepared, statement.first.c_str());
+    return d.run(prepared, statement.first.c_str(), !all_bound);
 }
 
 long long DatabaseAccess::last_insert_rowid(const DatabaseEx& database)

@@ -168,7 +168,9 @@ struct DatabaseEx::Impl {
     }
 
     // Steps the statement to its end. True when it ran without error.
-    bool run(sqlite3_stmt* statement, const char* what)
+    // A statement whose every mark is bound again before each run may keep its bindings: they are
+    // never read after the run.
+    bool run(sqlite3_stmt* statement, const char* what, bool clear_bindings = true)
     {
         child_rows.clear();
         progress_calls = 0;
@@ -179,7 +181,10 @@ struct DatabaseEx::Impl {
         const bool ok = rc == SQLITE_DONE;
         if (!ok)
             set_sqlite_error(what);
-        done_with(statement);
+        if (clear_bindings)
+            done_with(statement);
+        else
+            sqlite3_reset(statement);
         return ok;
     }
 
