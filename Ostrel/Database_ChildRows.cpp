@@ -28,9 +28,9 @@ struct Grouped {
     // cell never straddles two blocks; one larger than a block gets a block of its own, which
     // takes up the places of as many blocks. Its size runs to the next start when that is in the
     // same block, else to the end of its block's used part.
-    static const unsigned kBlockBits = 18;
-    static const std::size_t kBlockSize = std::size_t(1) << kBlockBits;
-    static const std::uint32_t kBlockMask = static_cast<std::uint32_t>(kBlockSize - 1);
+    static constexpr unsigned kBlockBits = 18;
+    static constexpr std::size_t kBlockSize = std::size_t(1) << kBlockBits;
+    static constexpr std::uint32_t kBlockMask = static_cast<std::uint32_t>(kBlockSize - 1);
     std::vector<std::unique_ptr<char[]>> blocks;  // by block number; null where a large one spans
     std::vector<std::uint32_t> used_end;          // by block number: the place after its last cell
     std::vector<std::uint32_t> starts;

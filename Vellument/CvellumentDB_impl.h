@@ -49,8 +49,8 @@ public:
         std::string kept_sql;
         int kept = -1;
     };
-    static const int kNotAsked = -1;
-    static const int kNotKept = -2;
+    static constexpr int kNotAsked = -1;
+    static constexpr int kNotKept = -2;
     InsertText insert_texts[14];  // by table id, TABLE_AUDIT_TRAIL to TABLE_VELLUMENT
     int update_kept[11] = {};     // by key link, as the inserts' numbers
     std::vector<Ostrel::detail::TextValue> insert_values;
