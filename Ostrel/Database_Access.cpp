@@ -73,14 +73,15 @@ long long DatabaseAccess::last_insert_rowid(const DatabaseEx& database)
 
 } // namespace detail
 
-const char* detail::DatabaseAccess::lasting_cell(const RecordSet& rows, long column, std::size_t& size,
-                                                 const void*& owner)
+bool detail::DatabaseAccess::lasting_row(const RecordSet& rows, long first, long end,
+                                         std::pair<const char*, std::size_t>* cells, const void*& owner)
 {
     const RecordSet::Impl& d = *rows.m_impl;
-    if (!d.grouped || d.index_of(column) < 0)
-        return nullptr;
+    if (!d.grouped || first < 0 || end < first || d.index_of(end > first ? end - 1 : first) < 0)
+        return false;
     owner = d.group.rows().get();
-    return d.column_text(column, size);
+    d.group.cells(d.position, static_cast<std::size_t>(first), static_cast<std::size_t>(end), cells);
+    return true;
 }
 
 bool detail::DatabaseAccess::open_grouped(RecordSet& rows, DatabaseEx& database, const ChildQuery& query)

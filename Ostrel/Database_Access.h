@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Ostrel {
 
@@ -35,11 +36,13 @@ struct DatabaseAccess {
     // What "SELECT last_insert_rowid();" gives on the connection.
     static long long last_insert_rowid(const DatabaseEx& database);
 
-    // The text of a column of the set's present row, closed by a NUL, and its size, when it lives
-    // on beyond the set's next move, Open or Close: it then stays valid while owner_of(rows) is
-    // held, and owner tells which rows those are (the same for all cells of one grouping). Null
-    // when the set holds its own copy, or for a column or row out of range.
-    static const char* lasting_cell(const RecordSet& rows, long column, std::size_t& size, const void*& owner);
+    // The texts of the columns [first, end) of the set's present row, each closed by a NUL, with
+    // their sizes, when they live on beyond the set's next move, Open or Close: they then stay
+    // valid while owner_of(rows) is held, and owner tells which rows those are (the same for all
+    // of one grouping). False, with nothing given, when the set holds its own copy or the columns
+    // or the row are out of range.
+    static bool lasting_row(const RecordSet& rows, long first, long end, std::pair<const char*, std::size_t>* cells,
+                            const void*& owner);
     static std::shared_ptr<const void> owner_of(const RecordSet& rows);
 
     // What rows.Open gives for "SELECT * FROM <table> WHERE <column> = <key>", given in its parts,

@@ -277,6 +277,17 @@ const char* ChildRows::Group::cell(std::size_t row, std::size_t column) const
     return g.at(g.starts[g.by_key[m_first + row].second * g.columns + column]);
 }
 
+void ChildRows::Group::cells(std::size_t row, std::size_t first, std::size_t end,
+                             std::pair<const char*, std::size_t>* out) const
+{
+    const Grouped& g = *m_rows;
+    const std::size_t base = g.by_key[m_first + row].second * g.columns;
+    for (std::size_t column = first; column < end; ++column, ++out) {
+        out->first = g.at(g.starts[base + column]);
+        out->second = g.size_of(base + column);
+    }
+}
+
 ChildRows::ChildRows() = default;
 ChildRows::~ChildRows() = default;
 

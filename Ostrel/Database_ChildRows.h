@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 struct sqlite3;
@@ -62,6 +63,9 @@ public:
         const char* cell(std::size_t row, std::size_t column, std::size_t& size) const;
         // The same text, closed by a NUL.
         const char* cell(std::size_t row, std::size_t column) const;
+        // Texts and sizes of the columns [first, end) of the i-th row, at once.
+        void cells(std::size_t row, std::size_t first, std::size_t end,
+                   std::pair<const char*, std::size_t>* out) const;
         // The rows the group is of: the same for every group of one grouping.
         const std::shared_ptr<const Grouped>& rows() const { return m_rows; }
 

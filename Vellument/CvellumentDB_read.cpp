@@ -187,6 +187,7 @@ struct CvellumentDB::ReadTree {
     // copied: these keep those rows alive for as long as the tree.
     std::vector<std::shared_ptr<const void>> owners;
     const void* last_owner = nullptr;
+    std::vector<std::pair<const char*, std::size_t>> row_cells;  // of the row being copied
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
@@ -266,24 +267,17 @@ struct CvellumentDB::ReadTree {
         attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), kept});
     }
 
-    // The text of a column of the present row, and whether it lasts beyond the row (see
-    // add_attribute).
-    const char* cell(const Ostrel::RecordSet& rows, int column, bool& lasting, std::size_t& size)
+    // The grouped rows that lasting texts live in are kept for as long as the tree.
+    void keep_owner(const Ostrel::RecordSet& rows, const void* owner)
     {
-        const void* owner = nullptr;
-        const char* value = Ostrel::detail::DatabaseAccess::lasting_cell(rows, column, size, owner);
-        lasting = value != nullptr;
-        if (!lasting)
-            return rows.GetColumnString(column);
-        if (owner != last_owner) {
-            bool known = false;
-            for (const std::shared_ptr<const void>& held : owners)
-                known = known || held.get() == owner;
-            if (!known)
-                owners.push_back(Ostrel::detail::DatabaseAccess::owner_of(rows));
-            last_owner = owner;
-        }
-        return value;
+        if (owner == last_owner)
+            return;
+        bool known = false;
+        for (const std::shared_ptr<const void>& held : owners)
+            known = known || held.get() == owner;
+        if (!known)
+            owners.push_back(Ostrel::detail::DatabaseAccess::owner_of(rows));
+        last_owner = owner;
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
@@ -292,12 +286,21 @@ struct CvellumentDB::ReadTree {
     {
         const Columns& columns = columns_of(rows, site);
         const int count = columns.count;
-        for (int i = 1; i < count - skipped; ++i) {
-            bool lasting = false;
-            std::size_t size = 0;
-            const char* value = cell(rows, i, lasting, size);
-            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], value, lasting, size);
+        const int end = count - skipped;
+        if (end <= 1)
+            return;
+        const void* owner = nullptr;
+        row_cells.resize(static_cast<std::size_t>(end));
+        if (Ostrel::detail::DatabaseAccess::lasting_row(rows, 1, end, row_cells.data(), owner)) {
+            keep_owner(rows, owner);
+            for (int i = 1; i < end; ++i) {
+                const std::pair<const char*, std::size_t>& cell = row_cells[static_cast<std::size_t>(i - 1)];
+                add_attribute(element, columns.ids[static_cast<std::size_t>(i)], cell.first, true, cell.second);
+            }
+            return;
         }
+        for (int i = 1; i < end; ++i)
+            add_attribute(element, columns.ids[static_cast<std::size_t>(i)], rows.GetColumnString(i));
     }
 
     // A column of the present row by name, as a number: what GetFieldValue(name) gives, with the
