@@ -233,10 +233,11 @@ struct CvellumentDB::ReadTree {
     // alike, so that the arrays aren't copied again and again as they grow.
     void expect(int transactions)
     {
+        // A guess, not a promise: beyond this much the arrays grow as before.
+        const std::size_t bytes = std::size_t(64) << 20;
         const std::size_t factor = static_cast<std::size_t>(std::max(transactions, 1));
-        const std::size_t limit = std::size_t(1) << 24;  // a guess, not a promise: kept modest
-        elements.reserve(std::min(elements.size() * factor, limit));
-        attributes.reserve(std::min(attributes.size() * factor, limit));
+        elements.reserve(std::min(elements.size() * factor, bytes / sizeof(Element)));
+        attributes.reserve(std::min(attributes.size() * factor, bytes / sizeof(Attribute)));
     }
 
     std::uint32_t name_id(const std::string& name)
