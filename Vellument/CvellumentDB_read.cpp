@@ -21,6 +21,7 @@
 #include "Ostrel/Database_ChildRows.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
+#include "Ostrel/XML_Data.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "Vellument/CvellumentDB_impl.h"
 #include "Vellument/Vellument_impl.h"
@@ -421,7 +422,12 @@ private:
                 enter(child);
             }
         }
-        return builder.finish();
+        COXMLDocument* document = builder.finish();
+        // Every name and text of this road is ASCII: the document need not check each text it
+        // hands out for characters to convert.
+        if (document != nullptr)
+            const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document))->all_ascii = true;
+        return document;
     }
 
     COXMLDocument* through_toolkit() const
