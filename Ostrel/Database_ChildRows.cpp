@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "Ostrel/Database_Text.h"
@@ -20,10 +22,19 @@ const std::size_t ChildRows::kBudget = 128u * 1024u * 1024u;
 struct Grouped {
     std::size_t columns = 0;
     std::vector<std::string> names;  // of the query's columns
-    // Every cell of every kept row, row after row, each closed by a NUL; starts[i] is where cell
-    // i begins, and its size runs to the next start, less the NUL.
-    std::string text;
+    // Every cell of every kept row, row after row, each closed by a NUL, in blocks that never
+    // move: a buffer grown by doubling would copy every cell again at each step. starts[i] is
+    // where cell i begins, as a place: block (place >> kBlockBits), at (place & kBlockMask). A
+    // cell never straddles two blocks; one larger than a block gets a block of its own, which
+    // takes up the places of as many blocks. Its size runs to the next start when that is in the
+    // same block, else to the end of its block's used part.
+    static constexpr unsigned kBlockBits = 18;
+    static constexpr std::size_t kBlockSize = std::size_t(1) << kBlockBits;
+    static constexpr std::uint32_t kBlockMask = static_cast<std::uint32_t>(kBlockSize - 1);
+    std::vector<std::unique_ptr<char[]>> blocks;  // by block number; null where a large one spans
+    std::vector<std::uint32_t> used_end;          // by block number: the place after its last cell
     std::vector<std::uint32_t> starts;
+    std::size_t block_bytes = 0;
     // (key, row), ordered by key and, within a key, by row: the scan's order.
     std::vector<std::pair<long long, std::size_t>> by_key;
     // Whether the keys run one by one from the first, each once, as the keys of a table written
@@ -32,10 +43,89 @@ struct Grouped {
 
     std::size_t bytes() const
     {
-        return text.capacity() + starts.capacity() * sizeof(starts[0]) + by_key.capacity() * sizeof(by_key[0]) +
-               names.size() * sizeof(names[0]);
+        return block_bytes + starts.capacity() * sizeof(starts[0]) + by_key.capacity() * sizeof(by_key[0]) +
+               names.size() * sizeof(names[0]) + blocks.capacity() * (sizeof(blocks[0]) + sizeof(used_end[0]));
+    }
+    const char* at(std::uint32_t place) const { return blocks[place >> kBlockBits].get() + (place & kBlockMask); }
+    std::size_t size_of(std::size_t cell) const
+    {
+        const std::uint32_t start = starts[cell];
+        const std::size_t block = start >> kBlockBits;
+        const bool next_here = cell + 1 < starts.size() && (starts[cell + 1] >> kBlockBits) == block;
+        return (next_here ? starts[cell + 1] : used_end[block]) - start - 1;
     }
 };
+
+namespace {
+
+const std::size_t kDigits = 24;
+
+// The text of column i of the statement's present row and its size; NULL reads as "". Integers,
+// the keys, are written into digits as SQLite would write them, without its allocation.
+const char* cell_text(sqlite3_stmt* statement, int i, char (&digits)[kDigits], std::size_t& size)
+{
+    if (sqlite3_column_type(statement, i) == SQLITE_INTEGER) {
+        const std::to_chars_result end = std::to_chars(digits, digits + kDigits, sqlite3_column_int64(statement, i));
+        size = static_cast<std::size_t>(end.ptr - digits);
+        return digits;
+    }
+    const unsigned char* text = sqlite3_column_text(statement, i);
+    size = text != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(statement, i)) : 0;
+    return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+}
+
+// Appends the cells of a grouping scan to its blocks.
+class CellWriter {
+public:
+    explicit CellWriter(Grouped& rows) : m_rows(rows) {}
+
+    // Column i of the statement's present row, as append_cell writes it; false when the places
+    // run out.
+    bool add(sqlite3_stmt* statement, int i, std::size_t& size)
+    {
+        char digits[kDigits];
+        const char* value = cell_text(statement, i, digits, size);
+        if (size + 1 > m_left && !new_block(size + 1))
+            return false;
+        m_rows.starts.push_back(m_place);
+        if (size > 0)
+            std::memcpy(m_next, value, size);
+        m_next[size] = '\0';
+        m_next += size + 1;
+        m_left -= size + 1;
+        m_place += static_cast<std::uint32_t>(size + 1);
+        m_rows.used_end[m_block] = m_place;
+        return true;
+    }
+
+private:
+    bool new_block(std::size_t need)
+    {
+        const std::size_t size = std::max(need, Grouped::kBlockSize);
+        const std::size_t spans = (size + Grouped::kBlockSize - 1) / Grouped::kBlockSize;
+        const std::size_t block = m_rows.blocks.size();
+        if (((block + spans) << Grouped::kBlockBits) > UINT32_MAX)
+            return false;
+        m_rows.blocks.resize(block + spans);
+        m_rows.used_end.resize(block + spans, 0);
+        m_rows.blocks[block].reset(new char[size]);
+        m_rows.block_bytes += size;
+        m_block = block;
+        m_place = static_cast<std::uint32_t>(block << Grouped::kBlockBits);
+        m_rows.used_end[block] = m_place;
+        m_next = m_rows.blocks[block].get();
+        m_left = size;
+        return true;
+    }
+
+    Grouped& m_rows;
+    std::size_t m_block = 0;
+    std::uint32_t m_place = 0;
+    char* m_next = nullptr;
+    std::size_t m_left = 0;
+};
+
+} // namespace
 
 struct ChildRows::Table {
     int runs = 0;          // statements of the table's queries run since the last clear
@@ -124,39 +214,16 @@ Grouping groupable(sqlite3* db, const std::string& table, const std::string& col
 
 } // namespace
 
-namespace {
-
-template <typename Offset>
-std::size_t append_cell_at(sqlite3_stmt* statement, int i, std::string& text, std::vector<Offset>& starts)
-{
-    starts.push_back(static_cast<Offset>(text.size()));
-    std::size_t size = 0;
-    if (sqlite3_column_type(statement, i) == SQLITE_INTEGER) {
-        // The keys: the same decimal text that SQLite would make, without its allocation.
-        char digits[24];
-        const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, sqlite3_column_int64(statement, i));
-        size = static_cast<std::size_t>(end.ptr - digits);
-        text.append(digits, size);
-    } else {
-        const unsigned char* value = sqlite3_column_text(statement, i);
-        size = value != nullptr ? static_cast<std::size_t>(sqlite3_column_bytes(statement, i)) : 0;
-        if (size > 0)
-            text.append(reinterpret_cast<const char*>(value), size);
-    }
-    text.push_back('\0');
-    return size;
-}
-
-} // namespace
-
 std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts)
 {
-    return append_cell_at(statement, i, text, starts);
-}
-
-std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::uint32_t>& starts)
-{
-    return append_cell_at(statement, i, text, starts);
+    starts.push_back(text.size());
+    char digits[kDigits];
+    std::size_t size = 0;
+    const char* value = cell_text(statement, i, digits, size);
+    if (size > 0)
+        text.append(value, size);
+    text.push_back('\0');
+    return size;
 }
 
 bool parse_child_query(const char* sql, ChildQuery& query)
@@ -200,15 +267,25 @@ const char* ChildRows::Group::cell(std::size_t row, std::size_t column, std::siz
 {
     const Grouped& g = *m_rows;
     const std::size_t index = g.by_key[m_first + row].second * g.columns + column;
-    const std::size_t next = index + 1 < g.starts.size() ? g.starts[index + 1] : g.text.size();
-    size = next - g.starts[index] - 1;
-    return g.text.data() + g.starts[index];
+    size = g.size_of(index);
+    return g.at(g.starts[index]);
 }
 
 const char* ChildRows::Group::cell(std::size_t row, std::size_t column) const
 {
     const Grouped& g = *m_rows;
-    return g.text.data() + g.starts[g.by_key[m_first + row].second * g.columns + column];
+    return g.at(g.starts[g.by_key[m_first + row].second * g.columns + column]);
+}
+
+void ChildRows::Group::cells(std::size_t row, std::size_t first, std::size_t end,
+                             std::pair<const char*, std::size_t>* out) const
+{
+    const Grouped& g = *m_rows;
+    const std::size_t base = g.by_key[m_first + row].second * g.columns;
+    for (std::size_t column = first; column < end; ++column, ++out) {
+        out->first = g.at(g.starts[base + column]);
+        out->second = g.size_of(base + column);
+    }
 }
 
 ChildRows::ChildRows() = default;
@@ -331,6 +408,7 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
     const std::size_t budget = budget_for(grouping == BY_KEY);
     std::size_t bytes = 0;
     std::size_t row = 0;
+    CellWriter cells(rows);
     int rc;
     while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
         if (sqlite3_column_type(statement, key_column) != SQLITE_INTEGER)
@@ -338,11 +416,17 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
         const long long key = sqlite3_column_int64(statement, key_column);
         if (key < INT_MIN || key > INT_MAX)
             continue;  // no query asks for it
-        for (int i = 0; i < key_column; ++i)
-            bytes += append_cell(statement, i, rows.text, rows.starts) + 1 + sizeof(rows.starts[0]);
+        for (int i = 0; i < key_column; ++i) {
+            std::size_t size = 0;
+            if (!cells.add(statement, i, size)) {
+                rc = SQLITE_TOOBIG;
+                break;
+            }
+            bytes += size + 1 + sizeof(rows.starts[0]);
+        }
         rows.by_key.emplace_back(key, row++);
         bytes += sizeof(rows.by_key[0]);
-        if (bytes > budget) {
+        if (rc == SQLITE_TOOBIG || bytes > budget) {
             rc = SQLITE_TOOBIG;
             break;
         }
@@ -351,12 +435,13 @@ bool ChildRows::group(sqlite3* db, const ChildQuery& query, std::size_t columns,
     if (rc != SQLITE_DONE)
         return false;
     // Rows were numbered in scan order, so sorting the pairs keeps that order within a key.
-    std::sort(rows.by_key.begin(), rows.by_key.end());
+    // A table written in one go mostly comes sorted already.
+    if (!std::is_sorted(rows.by_key.begin(), rows.by_key.end()))
+        std::sort(rows.by_key.begin(), rows.by_key.end());
     rows.dense = !rows.by_key.empty();
     for (std::size_t i = 1; rows.dense && i < rows.by_key.size(); ++i)
         rows.dense = rows.by_key[i].first == rows.by_key[i - 1].first + 1;
     // Kept for the rest of the transaction: without the room left by growing.
-    rows.text.shrink_to_fit();
     rows.starts.shrink_to_fit();
     rows.by_key.shrink_to_fit();
     return true;

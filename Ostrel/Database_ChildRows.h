@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 struct sqlite3;
@@ -35,9 +36,7 @@ namespace detail {
 
 // Appends column i of the statement's present row as text closed by a NUL, and its start to
 // starts. Integers are written as SQLite writes them; NULL reads as "". Gives the text's size.
-// Offsets of 32 bits serve texts under 4 GiB.
 std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::size_t>& starts);
-std::size_t append_cell(sqlite3_stmt* statement, int i, std::string& text, std::vector<std::uint32_t>& starts);
 
 // The table, column and key of a query of the grouped form.
 struct ChildQuery {
@@ -64,6 +63,9 @@ public:
         const char* cell(std::size_t row, std::size_t column, std::size_t& size) const;
         // The same text, closed by a NUL.
         const char* cell(std::size_t row, std::size_t column) const;
+        // Texts and sizes of the columns [first, end) of the i-th row, at once.
+        void cells(std::size_t row, std::size_t first, std::size_t end,
+                   std::pair<const char*, std::size_t>* out) const;
         // The rows the group is of: the same for every group of one grouping.
         const std::shared_ptr<const Grouped>& rows() const { return m_rows; }
 

@@ -13,6 +13,8 @@
 #include <vellument/attributeDic.h>
 #include <vellument/export.h>
 
+#include "Ostrel/Database_Access.h"
+
 class vellument_database_impl {
 public:
     vellument_database_impl() : database(new Ostrel::DatabaseEx()) {}
@@ -42,8 +44,28 @@ public:
         std::vector<std::string> columns;
         std::string head;
         bool made = false;
+        // The whole insert with its parent key as a mark, and its number among the database's
+        // kept statements for the present write: kNotAsked, or kNotKept when it can't be kept.
+        std::string kept_sql;
+        int kept = -1;
     };
+    static constexpr int kNotAsked = -1;
+    static constexpr int kNotKept = -2;
     InsertText insert_texts[14];  // by table id, TABLE_AUDIT_TRAIL to TABLE_VELLUMENT
+    int update_kept[11] = {};     // by key link, as the inserts' numbers
+    std::vector<Ostrel::detail::TextValue> insert_values;
+    // Whether the updates may bypass Execute: not when a derived database overrides it, as it
+    // then must see every statement that returns no rows.
+    bool direct_updates = false;
+    // Statements are kept per connection: each write asks for their numbers again.
+    void forget_kept(bool plain_database)
+    {
+        direct_updates = plain_database;
+        for (InsertText& text : insert_texts)
+            text.kept = kNotAsked;
+        for (int& kept : update_kept)
+            kept = kNotAsked;
+    }
     Ostrel::RecordSet selected;
 };
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -15,6 +17,8 @@
 #include <vellument/Ostrel_Database.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/Database_Access.h"
+#include "Ostrel/Database_ChildRows.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_WellFormed.h"
@@ -83,6 +87,25 @@ std::size_t measure_value(const char* value, bool& plain)
     return static_cast<std::size_t>(p - value) + std::strlen(p);
 }
 
+// As measure_value, for a text whose size up to its closing NUL is known: printable ASCII is
+// passed over a word at a time. A NUL inside, or any byte that isn't plain, ends the fast pass.
+std::size_t measure_sized(const char* value, std::size_t size, bool& plain)
+{
+    std::size_t i = 0;
+    if (plain) {
+        const std::uint64_t high = 0x8080808080808080ULL;
+        for (; i + 8 <= size; i += 8) {
+            std::uint64_t word;
+            std::memcpy(&word, value + i, sizeof word);
+            // A byte from 0x20 to 0x7f keeps its high bit clear and gets it from adding 0x60;
+            // with no high bit set in the word the additions carry nothing into the next byte.
+            if (((word | ~(word + 0x6060606060606060ULL)) & high) != 0)
+                break;
+        }
+    }
+    return i + measure_value(value + i, plain);
+}
+
 } // namespace
 
 // The document as the rows give it, before it becomes one: its elements in an array, linked in
@@ -112,6 +135,7 @@ struct CvellumentDB::ReadTree {
     struct Columns {
         int count = -1;
         std::vector<std::uint32_t> ids;
+        std::vector<std::pair<std::string, int>> places;  // of columns asked for by name
     };
     enum Site {
         SITE_TRAIL,
@@ -124,6 +148,7 @@ struct CvellumentDB::ReadTree {
         SITE_FORM,
         SITE_HISTORY,
         SITE_FORM_BASE,
+        SITE_TRANSACTION,
         SITE_COUNT
     };
 
@@ -158,9 +183,24 @@ struct CvellumentDB::ReadTree {
         std::size_t m_left = 0;
     };
     Texts texts;
+    // Texts of grouped rows are pointed at where the database layer holds them rather than
+    // copied: these keep those rows alive for as long as the tree.
+    std::vector<std::shared_ptr<const void>> owners;
+    const void* last_owner = nullptr;
+    std::vector<std::pair<const char*, std::size_t>> row_cells;  // of the row being copied
     bool plain = true;
     bool stable_columns = false;  // set while the read's own transaction is open
     Columns sites[SITE_COUNT];
+    // The templates of child statements met so far, with their parts (see open_with_key).
+    struct ChildStatement {
+        std::string sql;
+        Ostrel::detail::ChildQuery query;
+        bool parsed = false;
+    };
+    std::deque<ChildStatement> statements;
+    // Record sets of each level, kept for the whole read: a set opened again on the grouping it
+    // had keeps its column names rather than copying them.
+    Ostrel::RecordSet package_rows, unit_rows, unit_base_rows, form_rows, form_base_rows;
 
     explicit ReadTree(const char* root_tag) { elements.push_back(Element{root_tag, -1, -1, -1, 0, 0, 0}); }
 
@@ -189,6 +229,17 @@ struct CvellumentDB::ReadTree {
     }
     int append_child(int parent, const char* tag) { return add_child_after(parent, INT_MAX - 1, tag); }
 
+    // After the first of `transactions`: room for them all, as the trail's transactions are mostly
+    // alike, so that the arrays aren't copied again and again as they grow.
+    void expect(int transactions)
+    {
+        // A guess, not a promise: beyond this much the arrays grow as before.
+        const std::size_t bytes = std::size_t(64) << 20;
+        const std::size_t factor = static_cast<std::size_t>(std::max(transactions, 1));
+        elements.reserve(std::min(elements.size() * factor, bytes / sizeof(Element)));
+        attributes.reserve(std::min(attributes.size() * factor, bytes / sizeof(Attribute)));
+    }
+
     std::uint32_t name_id(const std::string& name)
     {
         const auto found = name_ids.find(name);
@@ -201,39 +252,133 @@ struct CvellumentDB::ReadTree {
         return id;
     }
 
-    // An element's attributes are added one after the other, before any other element's.
-    void add_attribute(int element, std::uint32_t name, const char* value)
+    // An element's attributes are added one after the other, before any other element's. A
+    // lasting value is kept where it stands; any other is copied.
+    void add_attribute(int element, std::uint32_t name, const char* value, bool lasting = false,
+                       std::size_t known_size = 0)
     {
         Element& e = at(element);
         if (e.attributes == 0)
             e.first_attribute = attributes.size();
         ++e.attributes;
-        const std::size_t size = measure_value(value, plain);
+        const std::size_t size = lasting ? measure_sized(value, known_size, plain) : measure_value(value, plain);
         if (size > UINT32_MAX)
             plain = false;  // the size can't hold it: the toolkit's road goes by the NUL
-        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), texts.add(value, size)});
+        const char* kept = lasting ? value : texts.add(value, size);
+        attributes.push_back(Attribute{name, static_cast<std::uint32_t>(size), kept});
+    }
+
+    // The grouped rows that lasting texts live in are kept for as long as the tree.
+    void keep_owner(const Ostrel::RecordSet& rows, const void* owner)
+    {
+        if (owner == last_owner)
+            return;
+        bool known = false;
+        for (const std::shared_ptr<const void>& held : owners)
+            known = known || held.get() == owner;
+        if (!known)
+            owners.push_back(Ostrel::detail::DatabaseAccess::owner_of(rows));
+        last_owner = owner;
     }
 
     // The columns of the present row, from the second, as attributes of the element; the last
     // `skipped` columns (tableVer and the links) are left out.
     void copy_attributes(int element, const Ostrel::RecordSet& rows, int skipped, Site site)
     {
-        Columns& columns = sites[site];
-        const int count = rows.GetFieldCount();
-        if (!stable_columns || columns.count != count) {
-            columns.count = count;
-            columns.ids.clear();
-            for (int i = 0; i < count; ++i)
-                columns.ids.push_back(name_id(rows.GetFieldName(i)));
+        const Columns& columns = columns_of(rows, site);
+        const int count = columns.count;
+        const int end = count - skipped;
+        if (end <= 1)
+            return;
+        const void* owner = nullptr;
+        row_cells.resize(static_cast<std::size_t>(end));
+        if (Ostrel::detail::DatabaseAccess::lasting_row(rows, 1, end, row_cells.data(), owner)) {
+            keep_owner(rows, owner);
+            for (int i = 1; i < end; ++i) {
+                const std::pair<const char*, std::size_t>& cell = row_cells[static_cast<std::size_t>(i - 1)];
+                add_attribute(element, columns.ids[static_cast<std::size_t>(i)], cell.first, true, cell.second);
+            }
+            return;
         }
-        for (int i = 1; i < count - skipped; ++i)
+        for (int i = 1; i < end; ++i)
             add_attribute(element, columns.ids[static_cast<std::size_t>(i)], rows.GetColumnString(i));
+    }
+
+    // A column of the present row by name, as a number: what GetFieldValue(name) gives, with the
+    // column's place looked up once per site while the columns are stable.
+    int number(const Ostrel::RecordSet& rows, Site site, const std::string& name)
+    {
+        if (!stable_columns)
+            return as_number(rows.GetFieldValue(name));
+        Columns& columns = columns_of(rows, site);
+        for (const std::pair<std::string, int>& place : columns.places)
+            if (place.first == name)
+                return place.second < 0 ? 0 : std::atoi(rows.GetColumnString(place.second));
+        columns.places.emplace_back(name, place_of(rows, name));
+        return number(rows, site, name);
+    }
+
+    // rows.Open of a child statement's template with its key: from the table's grouping, without
+    // the text being made and read again, when the table is grouped already.
+    bool open_with_key(Ostrel::RecordSet& rows, Ostrel::DatabaseEx* database, const std::string& sql, int key,
+                       std::string& text)
+    {
+        ChildStatement* known = nullptr;
+        for (ChildStatement& statement : statements)
+            if (statement.sql == sql)
+                known = &statement;
+        if (known == nullptr) {
+            statements.emplace_back();
+            known = &statements.back();
+            known->sql = sql;
+            known->parsed = Ostrel::detail::parse_child_query(with_key(sql, 0).c_str(), known->query);
+        }
+        known->query.key = key;
+        if (known->parsed && database != nullptr &&
+            Ostrel::detail::DatabaseAccess::open_grouped(rows, *database, known->query))
+            return true;
+        return rows.Open(with_key(text, sql, key), database);
     }
 
     COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
 
 private:
     Element& at(int index) { return elements[static_cast<std::size_t>(index)]; }
+
+    // The names of the set's columns as ids, read again unless they are known for the site.
+    Columns& columns_of(const Ostrel::RecordSet& rows, Site site)
+    {
+        Columns& columns = sites[site];
+        const int count = rows.GetFieldCount();
+        if (!stable_columns || columns.count != count) {
+            columns.count = count;
+            columns.ids.clear();
+            columns.places.clear();
+            for (int i = 0; i < count; ++i)
+                columns.ids.push_back(name_id(rows.GetFieldName(i)));
+        }
+        return columns;
+    }
+
+    // Where GetFieldValue finds a name: the first column of exactly that name, else the first of
+    // it in any ASCII case; -1 for none.
+    static int place_of(const Ostrel::RecordSet& rows, const std::string& name)
+    {
+        const int count = rows.GetFieldCount();
+        for (int i = 0; i < count; ++i)
+            if (rows.GetFieldName(i) == name)
+                return i;
+        auto folded = [](std::string text) {
+            for (char& c : text)
+                c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+            return text;
+        };
+        const std::string wanted = folded(name);
+        for (int i = 0; i < count; ++i)
+            if (folded(rows.GetFieldName(i)) == wanted)
+                return i;
+        return -1;
+    }
     const Element& at(int index) const { return elements[static_cast<std::size_t>(index)]; }
 
     COXMLDocument* build_document() const
@@ -306,6 +451,15 @@ private:
 
 // --- Reading -------------------------------------------------------------------------------------
 
+namespace {
+
+const std::string kBaseId = "baseID";
+const std::string kPackageId = "packageID";
+const std::string kStatusId = "statusID";
+const std::string kDictionaryId = "dictionaryID";
+
+} // namespace
+
 COXMLDocument* CvellumentDB::readRecords(const CVellument* vellument, Ostrel::DatabaseEx* database) const
 {
     if (vellument == nullptr)
@@ -369,18 +523,20 @@ int CvellumentDB::_addPackageOrStatus(ReadTree& tree, int parent, const std::str
                                       const char* tag, int index) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.package_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return -1;
     }
-    const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-    const int element = tree.add_child_after(parent, index, tag);
     const bool package = std::strcmp(tag, "Package") == 0;
-    tree.copy_attributes(element, rows, 3, package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS);
+    const ReadTree::Site site = package ? ReadTree::SITE_PACKAGE : ReadTree::SITE_STATUS;
+    const int base_id = tree.number(rows, site, kBaseId);
+    const int element = tree.add_child_after(parent, index, tag);
+    tree.copy_attributes(element, rows, 3, site);
     rows.Close();
 
-    if (!rows.Open(with_key(base_sql, base_id).c_str(), database)) {
+    std::string text;
+    if (!tree.open_with_key(rows, database, base_sql, base_id, text)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return -1;
     }
@@ -393,7 +549,7 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
                                     const char* tag, const std::string& key_column) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.unit_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
@@ -402,15 +558,16 @@ bool CvellumentDB::_addFilingOrCopy(ReadTree& tree, int parent, const std::strin
     const char* child_tag = copy ? "History" : "Form";
     static const std::string base_sql = "SELECT * FROM VLMfilingBase WHERE filingBaseID = %d";
     const int count = rows.GetRecordCount();
-    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
-    std::string statement;   // likewise
+    Ostrel::RecordSet& base = tree.unit_base_rows;  // opened anew for each row
+    std::string statement;                          // likewise, its memory kept
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
-        const int key = as_number(rows.GetFieldValue(key_column));
-        tree.copy_attributes(element, rows, 3, copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING);
+        const ReadTree::Site site = copy ? ReadTree::SITE_COPY : ReadTree::SITE_FILING;
+        const int key = tree.number(rows, site, key_column);
+        tree.copy_attributes(element, rows, 3, site);
 
-        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+        const int base_id = tree.number(rows, site, kBaseId);
+        if (!tree.open_with_key(base, database, base_sql, base_id, statement)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
@@ -430,20 +587,20 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
                                      const char* tag) const
 {
     Ostrel::DatabaseEx* database = getDatabase();
-    Ostrel::RecordSet rows;
+    Ostrel::RecordSet& rows = tree.form_rows;
     if (!rows.Open(sql.c_str(), database)) {
         VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
         return false;
     }
     const ReadTree::Site site = std::strcmp(tag, "History") == 0 ? ReadTree::SITE_HISTORY : ReadTree::SITE_FORM;
     const int count = rows.GetRecordCount();
-    Ostrel::RecordSet base;  // opened anew for each row, its memory kept
-    std::string statement;   // likewise
+    Ostrel::RecordSet& base = tree.form_base_rows;  // opened anew for each row
+    std::string statement;                          // likewise, its memory kept
     for (int i = 0; i < count; ++i) {
         const int element = tree.add_child_after(parent, i, tag);
         tree.copy_attributes(element, rows, 3, site);
-        const int base_id = as_number(rows.GetFieldValue(std::string("baseID")));
-        if (!base.Open(with_key(statement, base_sql, base_id), database)) {
+        const int base_id = tree.number(rows, site, kBaseId);
+        if (!tree.open_with_key(base, database, base_sql, base_id, statement)) {
             VLOG(1, "Error opening vellument db %s", database->GetFilePath().c_str());
             return false;
         }
@@ -482,6 +639,19 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
     const ReadTransaction read_transaction(database);
     ReadTree tree("AuditTrail");
     tree.stable_columns = read_transaction.begun();
+    if (read_transaction.begun()) {
+        // Every table below the transactions is asked for once per parent: grouped at once.
+        static const char* const kChildStatements[] = {
+            "SELECT * FROM VLMdictionaryEntry WHERE parentID = 0", "SELECT * FROM VLMpackage WHERE parentID = 0",
+            "SELECT * FROM VLMstatus WHERE parentID = 0",          "SELECT * FROM VLMfiling WHERE parentID = 0",
+            "SELECT * FROM VLMform WHERE parentID = 0",            "SELECT * FROM VLMcopy WHERE parentID = 0",
+            "SELECT * FROM VLMhistory WHERE parentID = 0",
+        };
+        Ostrel::detail::ChildQuery query;
+        for (const char* statement : kChildStatements)
+            if (Ostrel::detail::parse_child_query(statement, query))
+                Ostrel::detail::DatabaseAccess::expect_queries(*database, query);
+    }
     const int trail_id = _checkAndInsertVellument(
         tree,
         format("SELECT vellumentID FROM VLMcurrentVellument WHERE FormType = '%s' AND FilingYear = %s AND Extension = "
@@ -503,9 +673,9 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
         const int transaction = tree.add_child_after(0, i, "Transaction");
         if (transactions.GetFieldCount() > 1)
             tree.add_attribute(transaction, action, transactions.GetColumnString(1));
-        const int package_id = as_number(transactions.GetFieldValue(std::string("packageID")));
-        const int status_id = as_number(transactions.GetFieldValue(std::string("statusID")));
-        const int dictionary_id = as_number(transactions.GetFieldValue(std::string("dictionaryID")));
+        const int package_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kPackageId);
+        const int status_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kStatusId);
+        const int dictionary_id = tree.number(transactions, ReadTree::SITE_TRANSACTION, kDictionaryId);
 
         if (!_addDictionary(tree, transaction, dictionary_id)) {
             VLOG(1, "[CvellumentDB] Error adding dictionary to transaction\n");
@@ -533,6 +703,8 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
             VLOG(1, "[CvellumentDB] Error selecting from copy\n");
             return nullptr;
         }
+        if (i == 0)
+            tree.expect(count);
         transactions.MoveNext();
     }
     transactions.Close();

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <string>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include <vellument/Ostrel_Database.h>
 
 #include "Ostrel/LogMacros.h"
+#include "records/AttributeLists.h"
 #include "Vellument/CvellumentDB_impl.h"
 #include "Vellument/Vellument_impl.h"
 
@@ -52,6 +54,8 @@ enum LinkId {
     LINK_FORM_BASE,
 };
 
+const attributeDicList kNoAttributes;
+
 const CvellumentDB::KeyLink* link_of(int index)
 {
     return &kLinks[index];
@@ -81,21 +85,50 @@ int CvellumentDB::_selectStatement(const std::string& sql) const
 
 void CvellumentDB::_updateTable(const KeyLink& link, int value, int key) const
 {
+    Ostrel::DatabaseEx* database = getDatabase();
+    // The links of a write are those of kLinks: their statements are kept, and only the keys bound.
+    const std::size_t links = sizeof(kLinks) / sizeof(kLinks[0]);
+    const std::ptrdiff_t index = &link - kLinks;
+    int* kept = nullptr;
+    if (database != nullptr && m_impl->direct_updates && index >= 0 && static_cast<std::size_t>(index) < links) {
+        kept = &m_impl->update_kept[index];
+        if (*kept == vellument_database_impl::kNotAsked) {
+            const int number = Ostrel::detail::DatabaseAccess::keep(
+                *database, format("UPDATE %s SET %s = ? WHERE %s = ?;", table_name(link.table).c_str(), link.column,
+                                  link.key_column));
+            *kept = number >= 0 ? number : vellument_database_impl::kNotKept;
+        }
+        if (*kept < 0)
+            kept = nullptr;
+    }
+
     // "UPDATE %s SET %s = %d WHERE %s = %d;", joined by hand into a kept buffer: this runs once
-    // per row.
+    // per row. With a kept statement it is only needed for the log.
     std::string& sql = m_impl->update_sql;
-    sql.assign("UPDATE ");
-    sql += table_name(link.table);
-    sql += " SET ";
-    sql += link.column;
-    sql += " = ";
-    append_number(sql, value);
-    sql += " WHERE ";
-    sql += link.key_column;
-    sql += " = ";
-    append_number(sql, key);
-    sql += ';';
-    if (!getDatabase()->Execute(sql.c_str())) {
+    auto make_text = [&]() {
+        sql.assign("UPDATE ");
+        sql += table_name(link.table);
+        sql += " SET ";
+        sql += link.column;
+        sql += " = ";
+        append_number(sql, value);
+        sql += " WHERE ";
+        sql += link.key_column;
+        sql += " = ";
+        append_number(sql, key);
+        sql += ';';
+    };
+    bool ok;
+    if (kept != nullptr) {
+        const long long numbers[] = {value, key};
+        ok = Ostrel::detail::DatabaseAccess::run(*database, *kept, nullptr, 0, numbers, 2);
+        if (!ok)
+            make_text();
+    } else {
+        make_text();
+        ok = database != nullptr && database->Execute(sql.c_str());
+    }
+    if (!ok) {
         VLOG(1, "[CvellumentDB] Error updating table\n");
         VLOG(4, "[CvellumentDB] table string %s\n", sql.c_str());
         g_database_error = true;
@@ -136,11 +169,31 @@ bool same_columns(const std::vector<std::string>& columns, const attributeDicLis
     return true;
 }
 
+// One row through the table's kept insert: the values are bound where they stand in the list,
+// and the parent key after them. The new row's key, as "SELECT last_insert_rowid();" gives it.
+int insert_kept(vellument_database_impl& impl, Ostrel::DatabaseEx& database, int kept, bool parented, int parent,
+                const attributeDicList& attributes)
+{
+    std::vector<Ostrel::detail::TextValue>& values = impl.insert_values;
+    const std::size_t count = attributes.size();
+    if (values.size() < count)
+        values.resize(count);
+    for (std::size_t i = 0; i < count; ++i)
+        values[i] = {attributes[i].attributeValue.data(), attributes[i].attributeValue.size()};
+    const long long key = parent;
+    if (!Ostrel::detail::DatabaseAccess::run(database, kept, values.data(), count, &key, parented ? 1 : 0)) {
+        g_database_error = true;
+        return -1;
+    }
+    return static_cast<int>(Ostrel::detail::DatabaseAccess::last_insert_rowid(database));
+}
+
 } // namespace
 
 int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& attributes) const
 {
     const bool parented = has_parent(table);
+    Ostrel::DatabaseEx* database = getDatabase();
     std::string& sql = m_impl->insert_sql;
     const std::size_t kept = sizeof(m_impl->insert_texts) / sizeof(m_impl->insert_texts[0]);
     if (table >= 0 && static_cast<std::size_t>(table) < kept) {
@@ -151,7 +204,16 @@ int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& a
             for (const attributeDic& attribute : attributes)
                 text.columns.push_back(attribute.attributeName);
             text.made = true;
+            text.kept_sql.assign(text.head);
+            text.kept_sql += parented ? ", ?);" : ");";
+            text.kept = vellument_database_impl::kNotAsked;
         }
+        if (text.kept == vellument_database_impl::kNotAsked && database != nullptr) {
+            const int number = Ostrel::detail::DatabaseAccess::keep(*database, text.kept_sql);
+            text.kept = number >= 0 ? number : vellument_database_impl::kNotKept;
+        }
+        if (text.kept >= 0)
+            return insert_kept(*m_impl, *database, text.kept, parented, parent, attributes);
         sql.assign(text.head);
     } else {
         make_insert_head(sql, table, parented, attributes);
@@ -168,7 +230,7 @@ int CvellumentDB::_insertRecord(int table, int parent, const attributeDicList& a
         parameters[i].first.assign(attributes[i].attributeValue);
         parameters[i].second = 0;
     }
-    if (!getDatabase()->ExecuteAndBindStatement(sql, parameters, false)) {
+    if (!database->ExecuteAndBindStatement(sql, parameters, false)) {
         g_database_error = true;
         return -1;
     }
@@ -254,6 +316,7 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
         VLOG(1, "[CvellumentDB] Error setting database\n");
         return false;
     }
+    m_impl->forget_kept(typeid(*database) == typeid(Ostrel::DatabaseEx));
     database->BeginTransaction(false);
 
     if (!createTables()) {
@@ -327,7 +390,8 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
         if (transaction == nullptr)
             continue;
         transaction->set_number(i);
-        const int transaction_id = _insertRecord(TABLE_TRANSACTION, trail_id, transaction->getAndFillMap());
+        const int transaction_id =
+            _insertRecord(TABLE_TRANSACTION, trail_id, AttributeLists::fill_transaction(*transaction));
 
         CDictionary* dictionary = transaction->get_dictionary();
         if (dictionary != nullptr && !dictionary->empty()) {
@@ -337,19 +401,20 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
 
         CPackage* package = transaction->get_package();
         CStatus* status = transaction->get_status();
-        const int package_id = _insertRecord(TABLE_PACKAGE, transaction_id,
-                                             package != nullptr ? package->getAndFillMap() : attributeDicList());
+        const attributeDicList& package_list =
+            package != nullptr ? AttributeLists::fill_package(*package) : kNoAttributes;
+        const int package_id = _insertRecord(TABLE_PACKAGE, transaction_id, package_list);
         _updateTable(*link_of(LINK_TRANSACTION_PACKAGE), package_id, transaction_id);
         const int status_id = _insertRecord(TABLE_STATUS, transaction_id,
                                             status != nullptr ? status->getAndFillMap() : attributeDicList());
         _updateTable(*link_of(LINK_TRANSACTION_STATUS), status_id, transaction_id);
 
         if (status != nullptr) {
-            const int base_id = _insertRecord(TABLE_STATUS_BASE, 0, status->getAndFillMapBase());
+            const int base_id = _insertRecord(TABLE_STATUS_BASE, 0, AttributeLists::fill_status_base(*status));
             _updateTable(*link_of(LINK_STATUS_BASE), base_id, status_id);
         }
         if (package != nullptr) {
-            const int base_id = _insertRecord(TABLE_STATUS_BASE, 0, package->getAndFillMapBase());
+            const int base_id = _insertRecord(TABLE_STATUS_BASE, 0, AttributeLists::fill_status_base(*package));
             _updateTable(*link_of(LINK_PACKAGE_BASE), base_id, package_id);
         }
 
@@ -358,8 +423,8 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
             CCopy* copy = status->get_copy_at(c);
             if (copy == nullptr)
                 continue;
-            const int copy_id = _insertRecord(TABLE_COPY, status_id, copy->getAndFillMap());
-            const int copy_base = _insertRecord(TABLE_FILING_BASE, 0, copy->getAndFillMapBase());
+            const int copy_id = _insertRecord(TABLE_COPY, status_id, AttributeLists::fill_copy(*copy));
+            const int copy_base = _insertRecord(TABLE_FILING_BASE, 0, AttributeLists::fill_filing_base(*copy));
             _updateTable(*link_of(LINK_COPY_BASE), copy_base, copy_id);
             const int histories = copy->get_history_count();
             for (int h = 0; h < histories; ++h) {
@@ -367,7 +432,7 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
                 if (history == nullptr)
                     continue;
                 const int history_id = _insertRecord(TABLE_HISTORY, copy_id, history->getAndFillMap());
-                const int history_base = _insertRecord(TABLE_FORM_BASE, 0, history->getAndFillMapBase());
+                const int history_base = _insertRecord(TABLE_FORM_BASE, 0, AttributeLists::fill_form_base(*history));
                 _updateTable(*link_of(LINK_HISTORY_BASE), history_base, history_id);
             }
         }
@@ -377,16 +442,16 @@ bool CvellumentDB::_writeRecords(const vellument_impl& vellument, Ostrel::Databa
             CFiling* filing = package->get_filing_at(f);
             if (filing == nullptr)
                 continue;
-            const int filing_id = _insertRecord(TABLE_FILING, package_id, filing->getAndFillMap());
-            const int filing_base = _insertRecord(TABLE_FILING_BASE, 0, filing->getAndFillMapBase());
+            const int filing_id = _insertRecord(TABLE_FILING, package_id, AttributeLists::fill_filing(*filing));
+            const int filing_base = _insertRecord(TABLE_FILING_BASE, 0, AttributeLists::fill_filing_base(*filing));
             _updateTable(*link_of(LINK_FILING_BASE), filing_base, filing_id);
             const int forms = filing->get_form_count();
             for (int m = 0; m < forms; ++m) {
                 CForm* form = filing->get_form_at(m);
                 if (form == nullptr)
                     continue;
-                const int form_id = _insertRecord(TABLE_FORM, filing_id, form->getAndFillMap());
-                const int form_base = _insertRecord(TABLE_FORM_BASE, 0, form->getAndFillMapBase());
+                const int form_id = _insertRecord(TABLE_FORM, filing_id, AttributeLists::fill_form(*form));
+                const int form_base = _insertRecord(TABLE_FORM_BASE, 0, AttributeLists::fill_form_base(*form));
                 _updateTable(*link_of(LINK_FORM_BASE), form_base, form_id);
             }
         }

@@ -17,9 +17,7 @@ attributeDicList make(std::initializer_list<std::pair<const char*, const char*>>
     return list;
 }
 
-} // namespace
-
-attributeDicList& table(ListId id)
+attributeDicList& list_of(ListId id)
 {
     // Row order and type words are those the database mirror uses as its columns; the odd ones
     // (AdditionalMode as STRING, the swapped words of the form rows) are kept as the columns stand.
@@ -123,6 +121,22 @@ attributeDicList& table(ListId id)
     case IDENTITY: return identity;
     }
     throw std::invalid_argument("unknown attribute list");
+}
+
+} // namespace
+
+attributeDicList& table(ListId id)
+{
+    // Looked up once: a list is asked for once per row of a mirror write, and one guard costs
+    // less than one per list.
+    static attributeDicList* const lists[] = {
+        &list_of(STATUS_BASE), &list_of(PACKAGE), &list_of(FILING_BASE), &list_of(FILING),
+        &list_of(COPY),        &list_of(FORM_BASE), &list_of(FORM),      &list_of(TRANSACTION),
+        &list_of(VELLUMENT),   &list_of(KEY_VALUE), &list_of(IDENTITY),
+    };
+    if (id < STATUS_BASE || id > IDENTITY)
+        throw std::invalid_argument("unknown attribute list");
+    return *lists[id];
 }
 
 } // namespace AttributeLists

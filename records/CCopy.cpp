@@ -123,16 +123,21 @@ COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const
     return element;
 }
 
-attributeDicList CCopy::getAndFillMap() const
+const attributeDicList& AttributeLists::fill_copy(const CCopy& record)
 {
     std::string values[] = {
-        AuditUtil::to_string(get_replaceable_flag()),
-        AuditUtil::to_string(m_copy->deleted),
+        AuditUtil::to_string(record.get_replaceable_flag()),
+        AuditUtil::to_string(record.get_deleted_flag()),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::COPY);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
         table[i].attributeValue = std::move(values[i]);
     return table;
+}
+
+attributeDicList CCopy::getAndFillMap() const
+{
+    return AttributeLists::fill_copy(*this);
 }
 
 bool CCopy::get_deleted_flag() const { return m_copy->deleted; }

@@ -195,19 +195,24 @@ COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
     return element;
 }
 
-attributeDicList CFiling::getAndFillMap() const
+const attributeDicList& AttributeLists::fill_filing(const CFiling& record)
 {
     std::string values[] = {
-        AuditUtil::to_string(m_filing->efiled_successful),
-        AuditUtil::to_string(m_filing->printed_successful),
-        AuditUtil::to_string(m_filing->records_successful),
-        AuditUtil::to_string(m_filing->employee_count),
-        AuditUtil::to_string(m_filing->corrected_employee_count),
+        AuditUtil::to_string(record.get_efiled_successful_flag()),
+        AuditUtil::to_string(record.get_printed_successful_flag()),
+        AuditUtil::to_string(record.get_records_successful_flag()),
+        AuditUtil::to_string(record.get_employee_count()),
+        AuditUtil::to_string(record.get_corrected_employee_count()),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
         table[i].attributeValue = std::move(values[i]);
     return table;
+}
+
+attributeDicList CFiling::getAndFillMap() const
+{
+    return AttributeLists::fill_filing(*this);
 }
 
 int CFiling::get_form_count() const

@@ -100,25 +100,30 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
     return element.element();
 }
 
-attributeDicList CFilingBase::getAndFillMapBase() const
+const attributeDicList& AttributeLists::fill_filing_base(const CFilingBase& record)
 {
     // Unlike the document, the list holds a zero date too, and the replaceable flag only on a copy.
     std::string values[] = {
-        m_base->date.format(kDateFormat),
-        to_type_string(m_base->type),
-        m_base->identifier,
-        AuditUtil::to_string(m_base->vlid),
-        AuditUtil::to_string(m_base->printed),
-        AuditUtil::to_string(m_base->mailed),
-        AuditUtil::to_string(m_base->efiled),
-        AuditUtil::to_string(m_base->corrected),
-        AuditUtil::to_string(m_base->replacement),
-        get_krf_file_location(),
+        record.get_date().format(kDateFormat),
+        CFilingBase::to_type_string(record.get_type()),
+        record.get_identifier(),
+        AuditUtil::to_string(record.get_vlid()),
+        AuditUtil::to_string(record.get_printed_flag()),
+        AuditUtil::to_string(record.get_mailed_flag()),
+        AuditUtil::to_string(record.get_efiled_flag()),
+        AuditUtil::to_string(record.get_corrected_flag()),
+        AuditUtil::to_string(record.get_replacement_flag()),
+        record.get_krf_file_location(),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FILING_BASE);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
         table[i].attributeValue = std::move(values[i]);
     return table;
+}
+
+attributeDicList CFilingBase::getAndFillMapBase() const
+{
+    return AttributeLists::fill_filing_base(*this);
 }
 
 std::string CFilingBase::to_type_string(Vellument::FILING_TYPE type)

@@ -62,16 +62,21 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
     return element;
 }
 
-attributeDicList CForm::getAndFillMap() const
+const attributeDicList& AttributeLists::fill_form(const CForm& record)
 {
     std::string values[] = {
-        m_form->text.get(Record::VIEWER_RESULT_CODE),
-        AuditUtil::to_string(m_form->result_printed),
+        record.get_viewer_result_code(),
+        AuditUtil::to_string(record.get_result_printed()),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
         table[i].attributeValue = std::move(values[i]);
     return table;
+}
+
+attributeDicList CForm::getAndFillMap() const
+{
+    return AttributeLists::fill_form(*this);
 }
 
 std::string CForm::get_prior_exml_location() const

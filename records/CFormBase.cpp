@@ -114,26 +114,31 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
     return element.element();
 }
 
-attributeDicList CFormBase::getAndFillMapBase() const
+const attributeDicList& AttributeLists::fill_form_base(const CFormBase& record)
 {
     std::string values[] = {
-        get_type_string(),
-        get_flags_string(),
-        get_completion_string(),
-        m_base->text.get(Record::DESCRIPTION),
-        get_location(),
-        get_exml_location(),
-        m_base->text.get(Record::FORM_NAME),
-        m_base->text.get(Record::KRF_DB_PATH),
-        m_base->text.get(Record::KRF_VERSION),
-        AuditUtil::to_string(m_base->krf_filter_number),
-        AuditUtil::to_string(m_base->krf_filter_number_2),
-        m_base->text.get(Record::DIVIDER_FORM),
+        record.get_type_string(),
+        record.get_flags_string(),
+        record.get_completion_string(),
+        record.get_description(),
+        record.get_location(),
+        record.get_exml_location(),
+        record.get_form_name(),
+        record.get_krf_db_path(),
+        record.get_krf_version(),
+        AuditUtil::to_string(record.get_krf_filter_number()),
+        AuditUtil::to_string(record.get_krf_filter_number_2()),
+        record.get_divider_form(),
     };
     attributeDicList& table = AttributeLists::table(AttributeLists::FORM_BASE);
     for (size_t i = 0; i < table.size() && i < sizeof(values) / sizeof(values[0]); ++i)
         table[i].attributeValue = std::move(values[i]);
     return table;
+}
+
+attributeDicList CFormBase::getAndFillMapBase() const
+{
+    return AttributeLists::fill_form_base(*this);
 }
 
 Vellument::FORM_TYPE CFormBase::get_type() const { return m_base->type; }

@@ -128,21 +128,25 @@ COXMLNode* CPackage::create_xml_node(COXMLDocument* document) const
     return element;
 }
 
+const attributeDicList& AttributeLists::fill_package(const CPackage& record)
+{
+    attributeDicList& table = AttributeLists::table(AttributeLists::PACKAGE);
+    table.at(0).attributeValue = record.get_builder_version();
+    table.at(1).attributeValue = record.get_invoice_amount();
+    table.at(2).attributeValue = AuditUtil::to_string(record.get_added_employee_count());
+    table.at(3).attributeValue = AuditUtil::to_string(record.get_deleted_employee_count());
+    table.at(4).attributeValue = AuditUtil::to_string(record.get_corrected_ew2_employee_count());
+    table.at(5).attributeValue = AuditUtil::to_string(record.get_added_ew2_employee_count());
+    table.at(6).attributeValue = AuditUtil::to_string(record.get_deleted_ew2_employee_count());
+    table.at(7).attributeValue = AuditUtil::to_string(record.get_additional_filing_mode_flag());
+    table.at(8).attributeValue = AuditUtil::to_string(record.get_web_service_unavailable_flag());
+    table.at(9).attributeValue = record.get_package_date().format(kDateFormat);
+    return table;
+}
+
 attributeDicList CPackage::getAndFillMap() const
 {
-    const Record& r = *m_package;
-    attributeDicList& table = AttributeLists::table(AttributeLists::PACKAGE);
-    table.at(0).attributeValue = r.builder_version;
-    table.at(1).attributeValue = r.invoice_amount;
-    table.at(2).attributeValue = AuditUtil::to_string(r.added_employee_count);
-    table.at(3).attributeValue = AuditUtil::to_string(r.deleted_employee_count);
-    table.at(4).attributeValue = AuditUtil::to_string(r.corrected_ew2_employee_count);
-    table.at(5).attributeValue = AuditUtil::to_string(r.added_ew2_employee_count);
-    table.at(6).attributeValue = AuditUtil::to_string(r.deleted_ew2_employee_count);
-    table.at(7).attributeValue = AuditUtil::to_string(r.additional_filing_mode);
-    table.at(8).attributeValue = AuditUtil::to_string(r.web_service_unavailable);
-    table.at(9).attributeValue = r.package_date.format(kDateFormat);
-    return table;
+    return AttributeLists::fill_package(*this);
 }
 
 int CPackage::get_filing_count() const

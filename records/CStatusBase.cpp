@@ -81,16 +81,21 @@ COXMLNode* CStatusBase::create_xml_node(COXMLDocument* document, const char* nam
     return element.element();
 }
 
-attributeDicList CStatusBase::getAndFillMapBase() const
+const attributeDicList& AttributeLists::fill_status_base(const CStatusBase& record)
 {
     attributeDicList& table = AttributeLists::table(AttributeLists::STATUS_BASE);
-    table.at(0).attributeValue = get_kxn_path();
-    table.at(1).attributeValue = to_package_choice_string(m_base->filing_options);
-    table.at(2).attributeValue = AuditUtil::to_string(m_base->employee_count);
-    table.at(3).attributeValue = AuditUtil::to_string(m_base->state_employee_count);
-    table.at(4).attributeValue = AuditUtil::to_string(m_base->local_employee_count);
-    table.at(5).attributeValue = AuditUtil::to_string(m_base->corrected_employee_count);
+    table.at(0).attributeValue = record.get_kxn_path();
+    table.at(1).attributeValue = CStatusBase::to_package_choice_string(record.get_filing_options());
+    table.at(2).attributeValue = AuditUtil::to_string(record.get_employee_count());
+    table.at(3).attributeValue = AuditUtil::to_string(record.get_state_employee_count());
+    table.at(4).attributeValue = AuditUtil::to_string(record.get_local_employee_count());
+    table.at(5).attributeValue = AuditUtil::to_string(record.get_corrected_employee_count());
     return table;
+}
+
+attributeDicList CStatusBase::getAndFillMapBase() const
+{
+    return AttributeLists::fill_status_base(*this);
 }
 
 int CStatusBase::get_employee_count() const { return m_base->employee_count; }

@@ -145,10 +145,15 @@ COXMLNode* CTransaction::create_xml_node(COXMLDocument* document) const
     return element;
 }
 
-attributeDicList CTransaction::getAndFillMap() const
+const attributeDicList& AttributeLists::fill_transaction(const CTransaction& record)
 {
     attributeDicList& table = AttributeLists::table(AttributeLists::TRANSACTION);
-    table.at(0).attributeValue = GetActionTypeToString(m_record->action);
-    table.at(1).attributeValue = AuditUtil::to_string(m_record->number);
+    table.at(0).attributeValue = CTransaction::GetActionTypeToString(record.get_action());
+    table.at(1).attributeValue = AuditUtil::to_string(record.get_number());
     return table;
+}
+
+attributeDicList CTransaction::getAndFillMap() const
+{
+    return AttributeLists::fill_transaction(*this);
 }

@@ -27,6 +27,9 @@
 namespace Ostrel {
 
 class RecordSet;
+namespace detail {
+struct DatabaseAccess;
+}
 
 class VELLUMENT_API DatabaseEx {
 public:
@@ -77,6 +80,7 @@ public:
 
 private:
     friend class RecordSet;
+    friend struct detail::DatabaseAccess;
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
@@ -110,6 +114,7 @@ public:
     const char* GetColumnString(long index) const;
 
 private:
+    friend struct detail::DatabaseAccess;
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
