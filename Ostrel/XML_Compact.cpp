@@ -1,5 +1,6 @@
 #include "Ostrel/XML_Compact.h"
 
+#include <algorithm>
 #include <cstring>
 
 #ifdef __SSE2__
@@ -364,6 +365,178 @@ CompactTree::Outcome CompactTree::fail()
     elements_.clear();
     attributes_.clear();
     return kFailed;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Building a tree element by element
+
+namespace {
+
+bool ascii_bytes(const char* p, std::size_t n)
+{
+    std::uint64_t high = 0;
+    for (; n >= 8; p += 8, n -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        high |= word;
+    }
+    for (; n > 0; ++p, --n)
+        high |= static_cast<Byte>(*p);
+    return (high & 0x8080808080808080ull) == 0;
+}
+
+std::uint32_t hash_name(const char* name)
+{
+    std::uint32_t h = 2166136261u;
+    for (; *name != '\0'; ++name)
+        h = (h ^ static_cast<Byte>(*name)) * 16777619u;
+    return h;
+}
+
+} // namespace
+
+CompactBuilder::CompactBuilder() : tree_(new CompactTree) {}
+
+CompactBuilder::~CompactBuilder() = default;
+
+void CompactBuilder::reserve(std::size_t elements, std::size_t attributes, std::size_t value_bytes)
+{
+    if (!tree_)
+        return;
+    tree_->elements_.reserve(elements + 1);
+    tree_->attributes_.reserve(attributes);
+    // The values with their NULs, and the names, which are few.
+    tree_->text_.reserve(std::min(value_bytes + attributes + 4096, kMaxText));
+}
+
+void CompactBuilder::open(const char* name)
+{
+    if (!tree_)
+        return;
+    std::vector<CompactTree::Element>& elements = tree_->elements_;
+    if (skipped_ > 0 || (open_ == CompactTree::kNone && !elements.empty())) {
+        ++skipped_;
+        return;
+    }
+    if (elements.size() >= kMaxText) {
+        held_ = false;
+        return;
+    }
+    const std::size_t length = std::strlen(name);
+    ascii_ = ascii_ && ascii_bytes(name, length);
+    const std::uint32_t index = static_cast<std::uint32_t>(elements.size());
+    elements.push_back(CompactTree::Element{tree_->intern(name, length),
+                                            static_cast<std::uint32_t>(tree_->attributes_.size()),
+                                            CompactTree::kNone, open_});
+    open_ = index;
+}
+
+std::uint32_t CompactBuilder::name(const char* name)
+{
+    if (!tree_)
+        return 0;
+    if ((name_count_ + 1) * 2 > name_slots_.size()) {
+        std::vector<std::uint32_t> old(name_slots_.empty() ? 64 : name_slots_.size() * 2, CompactTree::kNone);
+        old.swap(name_slots_);
+        const std::size_t mask = name_slots_.size() - 1;
+        for (const std::uint32_t offset : old) {
+            if (offset == CompactTree::kNone)
+                continue;
+            std::size_t i = hash_name(tree_->text_.data() + offset) & mask;
+            while (name_slots_[i] != CompactTree::kNone)
+                i = (i + 1) & mask;
+            name_slots_[i] = offset;
+        }
+    }
+    const std::size_t mask = name_slots_.size() - 1;
+    std::size_t i = hash_name(name) & mask;
+    for (; name_slots_[i] != CompactTree::kNone; i = (i + 1) & mask)
+        if (std::strcmp(tree_->text_.data() + name_slots_[i], name) == 0)
+            return name_slots_[i];
+    // A namespace declaration changes how elements are found by name, which the tree doesn't do.
+    if (std::strncmp(name, "xmlns", 5) == 0)
+        held_ = false;
+    const std::uint32_t offset = add_text(name, std::strlen(name));
+    if (held_) {
+        name_slots_[i] = offset;
+        ++name_count_;
+    }
+    return offset;
+}
+
+bool CompactBuilder::may_add()
+{
+    if (!tree_ || skipped_ > 0 || open_ == CompactTree::kNone)
+        return false;
+    if (open_ + 1 != tree_->elements_.size() || tree_->attributes_.size() >= kMaxText)
+        held_ = false;
+    return held_;
+}
+
+void CompactBuilder::attribute(std::uint32_t name, const char* value)
+{
+    if (!may_add())
+        return;
+    std::vector<CompactTree::Attribute>& attributes = tree_->attributes_;
+    const std::uint32_t value_offset = add_text(value, std::strlen(value));
+    for (std::size_t a = tree_->elements_[open_].first_attribute; a < attributes.size(); ++a) {
+        if (attributes[a].name == name) {
+            attributes[a].value = value_offset;
+            return;
+        }
+    }
+    attributes.push_back(CompactTree::Attribute{name, value_offset});
+}
+
+void CompactBuilder::append_attribute(std::uint32_t name, const char* value, std::size_t value_size)
+{
+    if (!may_add())
+        return;
+    const std::uint32_t value_offset = add_text(value, value_size);
+    tree_->attributes_.push_back(CompactTree::Attribute{name, value_offset});
+}
+
+std::uint32_t CompactBuilder::add_text(const char* text, std::size_t size)
+{
+    std::string& all = tree_->text_;
+    if (size >= kMaxText - all.size()) {
+        held_ = false;
+        return 0;
+    }
+    const std::uint32_t offset = static_cast<std::uint32_t>(all.size());
+    all.append(text, size);
+    all.push_back('\0');
+    ascii_ = ascii_ && ascii_bytes(text, size);
+    return offset;
+}
+
+void CompactBuilder::close()
+{
+    if (!tree_)
+        return;
+    if (skipped_ > 0) {
+        --skipped_;
+        return;
+    }
+    if (open_ == CompactTree::kNone)
+        return;
+    std::vector<CompactTree::Element>& elements = tree_->elements_;
+    elements[open_].end = static_cast<std::uint32_t>(elements.size());
+    open_ = elements[open_].parent;
+}
+
+std::unique_ptr<CompactTree> CompactBuilder::finish()
+{
+    skipped_ = 0;
+    while (tree_ && open_ != CompactTree::kNone)
+        close();
+    std::unique_ptr<CompactTree> tree = std::move(tree_);
+    if (!tree || !held_ || tree->elements_.empty())
+        return nullptr;
+    tree->elements_.push_back(CompactTree::Element{CompactTree::kNone,
+                                                   static_cast<std::uint32_t>(tree->attributes_.size()),
+                                                   CompactTree::kNone, CompactTree::kNone});
+    return tree;
 }
 
 } // namespace oxml

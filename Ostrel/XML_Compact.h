@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -78,6 +79,8 @@ public:
     }
 
 private:
+    friend class CompactBuilder;
+
     static bool same_name(const char* a, const char* b, bool* wide)
     {
         unsigned char bits = 0;
@@ -105,6 +108,63 @@ private:
     std::deque<std::string> names_;
     std::unordered_map<std::string_view, std::uint32_t> name_indexes_;  // views of names_
 };
+
+// A compact tree built element by element from UTF-8 texts, for a tree made elsewhere that is
+// only to be read: the same calls as TreeBuilder's, with the same meaning. Text content and
+// namespace declarations can't be held; held() then turns false and the tree is to be built the
+// parser's way.
+class CompactBuilder {
+public:
+    CompactBuilder();
+    ~CompactBuilder();
+    CompactBuilder(const CompactBuilder&) = delete;
+    CompactBuilder& operator=(const CompactBuilder&) = delete;
+
+    // Room for that many elements, attributes and bytes of values, when the caller knows.
+    void reserve(std::size_t elements, std::size_t attributes, std::size_t value_bytes);
+    // A new element, the root first, then below the open one. The name must be an XML name; a
+    // second root is left out with all it holds.
+    void open(const char* name);
+    // An attribute name as a handle, for callers that give the same names many times: a name is
+    // then looked up once rather than once an attribute.
+    std::uint32_t name(const char* name);
+    // Sets an attribute of the open element; a name set again keeps its place, with the new value.
+    void attribute(const char* name, const char* value) { attribute(this->name(name), value); }
+    void attribute(std::uint32_t name, const char* value);
+    // Adds an attribute that the open element doesn't have yet; the value is value_size bytes.
+    void append_attribute(const char* name, const char* value, std::size_t value_size)
+    {
+        append_attribute(this->name(name), value, value_size);
+    }
+    void append_attribute(std::uint32_t name, const char* value, std::size_t value_size);
+    void close();
+
+    bool held() const { return held_; }
+    // Whether every name and value given was ASCII.
+    bool ascii() const { return ascii_; }
+    // The tree, or null when no element was opened or the tree can't hold what it was given;
+    // the builder is spent.
+    std::unique_ptr<CompactTree> finish();
+
+private:
+    // Whether an attribute may go to the open element now: the tree keeps an element's
+    // attributes together, before its first child.
+    bool may_add();
+    std::uint32_t add_text(const char* text, std::size_t size);
+
+    std::unique_ptr<CompactTree> tree_;
+    std::uint32_t open_ = CompactTree::kNone;
+    bool held_ = true;
+    bool ascii_ = true;
+    std::uint32_t skipped_ = 0;  // depth inside a second root, which is left out
+    // The attribute names' offsets in the text, each name stored once, by hash (open addressing).
+    std::vector<std::uint32_t> name_slots_;
+    std::size_t name_count_ = 0;
+};
+
+// A read-only document over a finished compact tree, as load_for_reading gives for a file, or
+// null for a null tree; ascii tells that every name and value in it is ASCII.
+COXMLDocument* compact_document(std::unique_ptr<CompactTree> tree, bool ascii);
 
 } // namespace oxml
 

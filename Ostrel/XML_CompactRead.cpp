@@ -13,6 +13,17 @@ void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
     compact_elements.make(this, compact->size());
 }
 
+COXMLDocument* oxml::compact_document(std::unique_ptr<CompactTree> tree, bool ascii)
+{
+    if (!tree)
+        return nullptr;
+    std::unique_ptr<COXMLDocument> document(COXMLDocument::createDocument());
+    COXMLDocumentData& data = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document.get()));
+    data.all_ascii = ascii;
+    data.adopt(std::move(tree));
+    return document.release();
+}
+
 namespace {
 
 // The document answers for its element.

@@ -21,6 +21,7 @@
 #include "Ostrel/Database_ChildRows.h"
 #include "Ostrel/LogMacros.h"
 #include "Ostrel/XML_Build.h"
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_Data.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "Vellument/CvellumentDB_impl.h"
@@ -341,7 +342,16 @@ struct CvellumentDB::ReadTree {
         return rows.Open(with_key(text, sql, key), database);
     }
 
-    COXMLDocument* to_document() const { return plain ? build_document() : through_toolkit(); }
+    // compact: a read-only document, for a caller that only reads records from it.
+    COXMLDocument* to_document(bool compact) const
+    {
+        if (!plain)
+            return through_toolkit();
+        if (compact)
+            if (COXMLDocument* document = build_compact())
+                return document;
+        return build_document();
+    }
 
 private:
     Element& at(int index) { return elements[static_cast<std::size_t>(index)]; }
@@ -382,9 +392,11 @@ private:
     }
     const Element& at(int index) const { return elements[static_cast<std::size_t>(index)]; }
 
-    COXMLDocument* build_document() const
+    // The elements in document order, each with its attributes, into a builder; name_of gives
+    // what the builder takes for a name id.
+    template <class Builder, class NameOf>
+    void walk(Builder& builder, NameOf name_of) const
     {
-        oxml::TreeBuilder builder;
         // Where each name was last given to an element: the rows' columns seldom name an
         // attribute twice for one element, and an element whose names are all new to it takes
         // them without a search for a duplicate.
@@ -402,7 +414,7 @@ private:
                 last = index;
             }
             for (std::size_t a = e.first_attribute; a < end; ++a) {
-                const char* name = names[attributes[a].name].c_str();
+                const auto name = name_of(attributes[a].name);
                 const char* value = attributes[a].value;
                 if (distinct)
                     builder.append_attribute(name, value, attributes[a].size);
@@ -422,12 +434,38 @@ private:
                 enter(child);
             }
         }
+    }
+
+    COXMLDocument* build_document() const
+    {
+        oxml::TreeBuilder builder;
+        walk(builder, [this](std::uint32_t id) { return names[id].c_str(); });
         COXMLDocument* document = builder.finish();
         // Every name and text of this road is ASCII: the document need not check each text it
         // hands out for characters to convert.
         if (document != nullptr)
             const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document))->all_ascii = true;
         return document;
+    }
+
+    // The read-only tree, or null when it can't hold the rows' texts.
+    COXMLDocument* build_compact() const
+    {
+        oxml::CompactBuilder builder;
+        std::size_t value_bytes = 0;
+        for (const Attribute& a : attributes)
+            value_bytes += a.size;
+        builder.reserve(elements.size(), attributes.size(), value_bytes);
+        // Each name is looked up in the builder once, when first used.
+        std::vector<std::uint32_t> handles(names.size(), oxml::CompactTree::kNone);
+        walk(builder, [&](std::uint32_t id) {
+            std::uint32_t& handle = handles[id];
+            if (handle == oxml::CompactTree::kNone)
+                handle = builder.name(names[id].c_str());
+            return handle;
+        });
+        const bool ascii = builder.ascii();
+        return oxml::compact_document(builder.finish(), ascii);
     }
 
     COXMLDocument* through_toolkit() const
@@ -618,7 +656,8 @@ bool CvellumentDB::_addFormOrHistory(ReadTree& tree, int parent, const std::stri
     return true;
 }
 
-COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* given) const
+COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* given,
+                                          bool compact) const
 {
     if (given != nullptr && !setDatabase(given)) {
         VLOG(1, "[CvellumentDB] Error setting database\n");
@@ -715,5 +754,5 @@ COXMLDocument* CvellumentDB::_readRecords(const vellument_impl& vellument, Ostre
     }
     transactions.Close();
 
-    return tree.to_document();
+    return tree.to_document(compact);
 }

@@ -74,7 +74,8 @@ bool CVellument::read_from_vellument_database(const char* vellument_name, const 
     VLOG(3, "[Vellument] loading vellument %s from db", TextOf(vellument_name).c_str());
     prepare_identity(d, vellument_name, filing_ein, filing_year, vendor_code);
 
-    std::unique_ptr<COXMLDocument> document(d.database->readRecords(this, database));
+    // The document is only read into records: a read-only one will do.
+    std::unique_ptr<COXMLDocument> document(d.database->_readRecords(d, database, true));
     if (!document) {
         VLOG(3, "[Vellument] No transactions creating one \n");
         return false;
@@ -93,7 +94,7 @@ bool CVellument::read_from_vellument_database(const char* vellument_name, const 
 
     std::unique_ptr<COXMLDocument> document;
     if (d.database->setDatabase(database_path, key))
-        document.reset(d.database->readRecords(this, nullptr));
+        document.reset(d.database->_readRecords(d, nullptr, true));
     else
         VLOG(1, "[CvellumentDB] Error setting database\n");
     if (!document) {

@@ -71,9 +71,12 @@ public:
 private:
     // The vellument's own operations reach the mapper with its private record.
     friend class vellument_impl;
+    friend class CVellument;
 
     bool _writeRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
-    COXMLDocument* _readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
+    // compact: a read-only document, for a caller that only reads the records from it.
+    COXMLDocument* _readRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database,
+                                bool compact = false) const;
     bool _deleteRecords(const vellument_impl& vellument, Ostrel::DatabaseEx* database) const;
 
     bool _checkTablesExist() const;
