@@ -30,25 +30,33 @@ void CPathHandling::set_company_dir(const char* path)
 
 namespace {
 
-// The first occurrence of a directory segment ("\\Name\\"), or null.
-const char* find_segment(const char* text, const char* segment, std::size_t length)
+// Whether text starts with word; stops at the first difference, so never reads past a terminator.
+bool starts_with(const char* text, const char* word)
 {
-    for (const char* p = std::strchr(text, '\\'); p != nullptr; p = std::strchr(p + 1, '\\'))
-        if (std::strncmp(p, segment, length) == 0)
-            return p;
-    return nullptr;
+    for (; *word != '\0'; ++text, ++word)
+        if (*text != *word)
+            return false;
+    return true;
 }
 
-// The cut of find_company_dir_end, without copying the text.
+// The cut of find_company_dir_end, without copying the text: the first "\Histories\", else the
+// first "\Drafts\", else the last backslash. One walk over the backslashes finds all three.
 const char* company_dir_end(const char* text)
 {
-    static const char kHistories[] = "\\Histories\\";
-    static const char kDrafts[] = "\\Drafts\\";
-    const char* at = find_segment(text, kHistories, sizeof kHistories - 1);
+    const char* drafts = nullptr;
+    const char* last = nullptr;
+    const char* at = nullptr;
+    for (const char* p = std::strchr(text, '\\'); p != nullptr; p = std::strchr(p + 1, '\\')) {
+        last = p;
+        if (p[1] == 'H' && starts_with(p + 2, "istories\\")) {
+            at = p;
+            break;
+        }
+        if (drafts == nullptr && p[1] == 'D' && starts_with(p + 2, "rafts\\"))
+            drafts = p;
+    }
     if (at == nullptr)
-        at = find_segment(text, kDrafts, sizeof kDrafts - 1);
-    if (at == nullptr)
-        at = std::strrchr(text, '\\');
+        at = drafts != nullptr ? drafts : last;
     if (at != nullptr && static_cast<std::size_t>(at - text) > static_cast<std::size_t>(INT_MAX))
         return nullptr;
     return at;
