@@ -11,6 +11,7 @@
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 #include "records/PackedText.h"
+#include "records/RelativePath.h"
 
 struct CFormBase::Record {
     Vellument::FORM_TYPE type = Vellument::FORM_TYPE_UNKNOWN;
@@ -34,19 +35,6 @@ std::string to_relative(const std::string& path)
 std::string to_absolute(const char* path)
 {
     return CPathHandling::convert_path_to_absolute(path);
-}
-
-// The path's relative form, as convert_path_to_relative makes it ("" stays ""; else ".\" and the
-// tail after the company directory's cut), without a string of its own.
-template <typename Builder>
-void add_relative_path(Builder& texts, const char* path)
-{
-    if (*path == '\0') {
-        texts.add("", "");
-        return;
-    }
-    const int cut = CPathHandling::find_company_dir_end(path);
-    texts.add(".\\", cut >= 0 ? path + cut + 1 : path);
 }
 
 } // namespace

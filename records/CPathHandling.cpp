@@ -46,7 +46,9 @@ const char* company_dir_end(const char* text)
     const char* drafts = nullptr;
     const char* last = nullptr;
     const char* at = nullptr;
-    for (const char* p = std::strchr(text, '\\'); p != nullptr; p = std::strchr(p + 1, '\\')) {
+    for (const char* p = text; *p != '\0'; ++p) {
+        if (*p != '\\')
+            continue;
         last = p;
         if (p[1] == 'H' && starts_with(p + 2, "istories\\")) {
             at = p;
