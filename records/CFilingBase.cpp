@@ -12,6 +12,7 @@
 #include "records/EnumText.h"
 #include "records/PackedText.h"
 #include "records/RelativePath.h"
+#include "records/SharedBlock.h"
 
 namespace {
 const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
@@ -32,9 +33,15 @@ struct CFilingBase::Record {
     CDateTime date;
 };
 
-CFilingBase::CFilingBase() : m_base(new Record) {}
+CFilingBase::CFilingBase() : CFilingBase(Extra{0}) {}
 
-CFilingBase::CFilingBase(const CFilingBase* source) : m_base(new Record)
+CFilingBase::CFilingBase(const CFilingBase* source) : CFilingBase(source, Extra{0}) {}
+
+CFilingBase::CFilingBase(COXMLNode* node) : CFilingBase(node, Extra{0}) {}
+
+CFilingBase::CFilingBase(Extra extra) : m_base(shared_block::make<Record>(extra.size)) {}
+
+CFilingBase::CFilingBase(const CFilingBase* source, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (source == nullptr)
         return;
@@ -51,7 +58,7 @@ CFilingBase::CFilingBase(const CFilingBase* source) : m_base(new Record)
     set_krf_file_location(source->get_krf_file_location());
 }
 
-CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
+CFilingBase::CFilingBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
@@ -74,7 +81,12 @@ CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
 
 CFilingBase::~CFilingBase()
 {
-    delete m_base;
+    shared_block::destroy(m_base);
+}
+
+void* CFilingBase::derived_record() const
+{
+    return shared_block::room_behind(m_base);
 }
 
 void CFilingBase::read_date(const char* text) const

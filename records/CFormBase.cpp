@@ -12,6 +12,7 @@
 #include "records/EnumText.h"
 #include "records/PackedText.h"
 #include "records/RelativePath.h"
+#include "records/SharedBlock.h"
 
 struct CFormBase::Record {
     Vellument::FORM_TYPE type = Vellument::FORM_TYPE_UNKNOWN;
@@ -39,9 +40,15 @@ std::string to_absolute(const char* path)
 
 } // namespace
 
-CFormBase::CFormBase() : m_base(new Record) {}
+CFormBase::CFormBase() : CFormBase(Extra{0}) {}
 
-CFormBase::CFormBase(const CFormBase* source) : m_base(new Record)
+CFormBase::CFormBase(const CFormBase* source) : CFormBase(source, Extra{0}) {}
+
+CFormBase::CFormBase(COXMLNode* node) : CFormBase(node, Extra{0}) {}
+
+CFormBase::CFormBase(Extra extra) : m_base(shared_block::make<Record>(extra.size)) {}
+
+CFormBase::CFormBase(const CFormBase* source, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (source == nullptr)
         return;
@@ -51,7 +58,7 @@ CFormBase::CFormBase(const CFormBase* source) : m_base(new Record)
     set_exml_location(source->get_exml_location());
 }
 
-CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
+CFormBase::CFormBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
@@ -77,7 +84,12 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
 
 CFormBase::~CFormBase()
 {
-    delete m_base;
+    shared_block::destroy(m_base);
+}
+
+void* CFormBase::derived_record() const
+{
+    return shared_block::room_behind(m_base);
 }
 
 COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name) const
