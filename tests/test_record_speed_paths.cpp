@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
 
+#include <vellument/CCopy.h>
 #include <vellument/CPathHandling.h>
+#include <vellument/CStatus.h>
 
 #include "records/EnumText.h"
 
@@ -132,5 +136,84 @@ TEST(RecordSpeedPaths, CompanyDirCutMatchesThePlainSearchOnEveryMixOfSegments)
         ASSERT_EQ(CPathHandling::find_company_dir_end(path.c_str()), cut) << path;
         const std::string relative = path.empty() ? "" : ".\\" + path.substr(static_cast<std::size_t>(cut + 1));
         ASSERT_EQ(CPathHandling::convert_path_to_relative(path.c_str()), relative) << path;
+    }
+}
+
+namespace {
+
+// What a status's lookup by type has to give, kept the plainest way: the copy added last under
+// "type|identifier", the entry of a removed copy gone under its present key and wherever it names
+// the copy.
+struct CopyModel {
+    std::map<std::string, const CCopy*> keys;
+
+    static std::string key(int type, const std::string& identifier) { return std::to_string(type) + "|" + identifier; }
+    void add(const CCopy* c) { keys[key(c->get_type(), c->get_identifier())] = c; }
+    void forget(const CCopy* c)
+    {
+        keys.erase(key(c->get_type(), c->get_identifier()));
+        for (auto it = keys.begin(); it != keys.end();)
+            it = it->second == c ? keys.erase(it) : std::next(it);
+    }
+    const CCopy* find(int type, const std::string& identifier) const
+    {
+        auto it = keys.find(key(type, identifier));
+        if (it != keys.end())
+            return it->second;
+        if (type == FILING_TYPE_STATE || type == FILING_TYPE_LOCAL)
+            return nullptr;
+        it = keys.find(key(type, "FE"));
+        return it != keys.end() ? it->second : nullptr;
+    }
+};
+
+} // namespace
+
+TEST(RecordSpeedPaths, CopyLookupFollowsAddsRemovalsAndChangedIdentities)
+{
+    // Long runs of adds between lookups, repeated keys, identities changed after adding.
+    CStatus status;
+    CopyModel model;
+    const char* identifiers[] = {"FE", "MN", "WI", "", "CA", "NY"};
+    unsigned seed = 12345;
+    auto next = [&seed](unsigned n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    for (int step = 0; step < 3000; ++step) {
+        // The first steps only add and look up, so that many adds wait to be sorted in.
+        const unsigned what = step < 500 && next(10) < 7 ? 0 : next(10);
+        const int type = static_cast<int>(next(6));
+        const char* identifier = identifiers[next(6)];
+        if (what < 5 || status.get_copy_count() == 0) {
+            CCopy* copy = new CCopy();
+            copy->set_type(static_cast<FILING_TYPE>(type));
+            copy->set_identifier(identifier);
+            status.add_copy(copy);
+            model.add(copy);
+        } else if (what < 6) {
+            const int at = static_cast<int>(next(static_cast<unsigned>(status.get_copy_count())));
+            status.get_copy_at(at)->set_identifier(identifier);  // the index keeps the old key
+        } else if (what < 7) {
+            const int at = static_cast<int>(next(static_cast<unsigned>(status.get_copy_count())));
+            model.forget(status.get_copy_at(at));
+            status.remove_copy_at(at);
+        } else if (what < 8) {
+            if (const CCopy* found = model.find(type, identifier))
+                model.forget(found);
+            status.remove_copy_by_type(static_cast<FILING_TYPE>(type), identifier);
+        } else {
+            ASSERT_EQ(status.get_copy_by_type(static_cast<FILING_TYPE>(type), identifier),
+                      model.find(type, identifier))
+                << "step " << step;
+        }
+    }
+    // And a deep copy indexes its copies afresh.
+    CStatus carried(&status);
+    for (int i = 0; i < carried.get_copy_count(); ++i) {
+        const CCopy* c = carried.get_copy_at(i);
+        const CCopy* found = carried.get_copy_by_type(c->get_type(), c->get_identifier().c_str());
+        ASSERT_NE(found, nullptr);
+        EXPECT_EQ(found->get_type(), c->get_type());
     }
 }
