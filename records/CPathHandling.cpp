@@ -30,35 +30,16 @@ void CPathHandling::set_company_dir(const char* path)
 
 namespace {
 
-// Whether text starts with word; stops at the first difference, so never reads past a terminator.
-bool starts_with(const char* text, const char* word)
-{
-    for (; *word != '\0'; ++text, ++word)
-        if (*text != *word)
-            return false;
-    return true;
-}
-
 // The cut of find_company_dir_end, without copying the text: the first "\Histories\", else the
-// first "\Drafts\", else the last backslash. One walk over the backslashes finds all three.
+// first "\Drafts\", else the last backslash. Each is one search of the library's, which look at
+// many bytes a step; most paths hold the first.
 const char* company_dir_end(const char* text)
 {
-    const char* drafts = nullptr;
-    const char* last = nullptr;
-    const char* at = nullptr;
-    for (const char* p = text; *p != '\0'; ++p) {
-        if (*p != '\\')
-            continue;
-        last = p;
-        if (p[1] == 'H' && starts_with(p + 2, "istories\\")) {
-            at = p;
-            break;
-        }
-        if (drafts == nullptr && p[1] == 'D' && starts_with(p + 2, "rafts\\"))
-            drafts = p;
-    }
+    const char* at = std::strstr(text, "\\Histories\\");
     if (at == nullptr)
-        at = drafts != nullptr ? drafts : last;
+        at = std::strstr(text, "\\Drafts\\");
+    if (at == nullptr)
+        at = std::strrchr(text, '\\');
     if (at != nullptr && static_cast<std::size_t>(at - text) > static_cast<std::size_t>(INT_MAX))
         return nullptr;
     return at;
