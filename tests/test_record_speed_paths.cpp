@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <vellument/AuditUtil.h>
 #include <vellument/CCopy.h>
 #include <vellument/CPathHandling.h>
 #include <vellument/CStatus.h>
@@ -215,5 +216,16 @@ TEST(RecordSpeedPaths, CopyLookupFollowsAddsRemovalsAndChangedIdentities)
         const CCopy* found = carried.get_copy_by_type(c->get_type(), c->get_identifier().c_str());
         ASSERT_NE(found, nullptr);
         EXPECT_EQ(found->get_type(), c->get_type());
+    }
+}
+
+TEST(RecordSpeedPaths, NumbersReadLikeStrtolAroundEveryLength)
+{
+    for (std::string digits = "9"; digits.size() <= 12; digits += std::to_string(digits.size() % 10)) {
+        for (const std::string& text : {digits, digits + "x", "0" + digits, " " + digits, "-" + digits, digits + "5"}) {
+            long expected = std::strtol(text.c_str(), nullptr, 10);
+            expected = expected > INT_MAX ? INT_MAX : expected < INT_MIN ? INT_MIN : expected;
+            EXPECT_EQ(AuditUtil::to_int(text.c_str()), expected) << text;
+        }
     }
 }
