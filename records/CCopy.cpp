@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CFiling.h>
@@ -14,11 +13,12 @@
 
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
+#include "records/InlineList.h"
 #include "records/SharedBlock.h"
 
 struct CCopy::Record {
     bool deleted = false;
-    std::vector<CHistory*> histories;  // owned, in order of adding
+    InlineList<CHistory*, 4> histories;  // owned, in order of adding
 
     Record() = default;
     Record(const Record&) = delete;

@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CCopy.h>
@@ -14,6 +13,7 @@
 
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
+#include "records/InlineList.h"
 #include "records/SharedBlock.h"
 
 struct CFiling::Record {
@@ -40,7 +40,7 @@ struct CFiling::Record {
     int deleted_employee_count = 0;
     int added_employee_count = 0;
     int print_success_count = 0;
-    std::vector<CForm*> forms;  // owned
+    InlineList<CForm*, 4> forms;  // owned
 
     Record() = default;
     Record(const Record&) = delete;
@@ -246,8 +246,7 @@ void CFiling::remove_form_at(int index) const
 
 void CFiling::delete_all_forms() const
 {
-    std::vector<CForm*> forms;
-    forms.swap(m_filing->forms);
+    InlineList<CForm*, 4> forms(std::move(m_filing->forms));
     for (CForm* form : forms)
         delete form;
 }
