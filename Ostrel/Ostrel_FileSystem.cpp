@@ -1,5 +1,6 @@
 #include <vellument/Ostrel_FileSystem.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -604,14 +605,22 @@ bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t m
     }
     std::string data;
     try {
-        const std::size_t chunk = 1 << 16;
-        if (st.st_size > 0)
-            data.reserve(static_cast<std::size_t>(st.st_size) + chunk);  // room for the read that sees the end
+        // One allocation of the size the file claims, filled a cache-sized step at a time so that
+        // the string's zeroing of a step is still in cache when the read overwrites it. Past the
+        // claimed size (a file that grows, a /proc file that claims 0) reads go through a small
+        // buffer, so that the string grows only by what really came.
+        const std::size_t step = std::size_t(1) << 17;
+        const std::size_t expected = st.st_size > 0 ? static_cast<std::size_t>(st.st_size) : 0;
+        data.reserve(expected);
+        std::size_t have = 0;
         while (true) {
-            const std::size_t have = data.size();
-            data.resize(have + chunk);
-            ssize_t n = ::read(fd, &data[have], chunk);
-            data.resize(have + (n > 0 ? static_cast<std::size_t>(n) : 0));
+            char probe[4096];
+            const bool inside = have < expected;
+            if (inside)
+                data.resize(have + std::min(step, expected - have));
+            char* into = inside ? &data[have] : probe;
+            const std::size_t room = inside ? data.size() - have : sizeof probe;
+            ssize_t n = ::read(fd, into, room);
             if (n < 0) {
                 if (errno == EINTR)
                     continue;
@@ -621,8 +630,13 @@ bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t m
             }
             if (n == 0)
                 break;
-            // The size can change under us (a file that grows, a /proc file that claims 0).
-            if (data.size() > max_size) {
+            const std::size_t got = static_cast<std::size_t>(n);
+            if (inside)
+                data.resize(have + got);
+            else
+                data.append(probe, got);
+            have += got;
+            if (have > max_size) {
                 Error::SetLastError(kErrorFileTooLarge);
                 ::close(fd);
                 return false;

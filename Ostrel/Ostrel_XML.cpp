@@ -346,13 +346,14 @@ std::shared_ptr<COXMLNodeList> COXMLNode::selectNodes(const char* xpath, bool /*
 
 std::shared_ptr<COXMLNodeList> COXMLNode::getElementsByTagName(const char* name)
 {
-    std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
     if (name == nullptr || is_attribute_)
-        return list;
+        return std::make_shared<COXMLNodeList>();
     COXMLDocumentData& d = *owner_;
+    // A compact tree makes its own list: none is made here for nothing.
     const std::uint32_t compact = d.compact_element_of(this);
     if (compact != COXMLDocumentData::kNotCompact)
         return d.compact_elements_by_tag(compact, name);
+    std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
     pugi::xml_node start = COXMLDocumentData::node_of(this);
     InText uname(name);
     const char* wanted = uname.c_str();

@@ -14,6 +14,16 @@ int to_int(const char* text)
     if (text == nullptr)
         return 0;
     errno = 0;
+    // Most numbers of a document are a few plain digits: read those here, and leave blanks, signs
+    // and numbers of ten digits or more to strtol.
+    if (*text >= '0' && *text <= '9') {
+        int plain = 0;
+        int digits = 0;
+        for (; digits < 9 && text[digits] >= '0' && text[digits] <= '9'; ++digits)
+            plain = plain * 10 + (text[digits] - '0');
+        if (!(text[digits] >= '0' && text[digits] <= '9'))
+            return plain;
+    }
     long value = std::strtol(text, nullptr, 10);
     // A 32-bit long saturates; keep that on platforms where long is wider.
     if (value > INT_MAX)

@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CFiling.h>
@@ -14,10 +13,12 @@
 
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
+#include "records/InlineList.h"
+#include "records/SharedBlock.h"
 
 struct CCopy::Record {
     bool deleted = false;
-    std::vector<CHistory*> histories;  // owned, in order of adding
+    InlineList<CHistory*, 4> histories;  // owned, in order of adding
 
     Record() = default;
     Record(const Record&) = delete;
@@ -48,9 +49,10 @@ void check_index(int index, size_t size)
 
 } // namespace
 
-CCopy::CCopy() : CFilingBase(), m_copy(new Record) {}
+CCopy::CCopy() : CFilingBase(Extra{sizeof(Record)}), m_copy(new (derived_record()) Record) {}
 
-CCopy::CCopy(const CCopy* source) : CFilingBase(source), m_copy(new Record)
+CCopy::CCopy(const CCopy* source)
+    : CFilingBase(source, Extra{sizeof(Record)}), m_copy(new (derived_record()) Record)
 {
     if (source == nullptr)
         return;
@@ -59,12 +61,13 @@ CCopy::CCopy(const CCopy* source) : CFilingBase(source), m_copy(new Record)
         for (const CHistory* history : source->m_copy->histories)
             m_copy->append(new CHistory(static_cast<const CFormBase*>(history)));
     } catch (...) {
-        delete m_copy;
+        m_copy->~Record();
         throw;
     }
 }
 
-CCopy::CCopy(const CFiling* filing) : CFilingBase(filing), m_copy(new Record)
+CCopy::CCopy(const CFiling* filing)
+    : CFilingBase(filing, Extra{sizeof(Record)}), m_copy(new (derived_record()) Record)
 {
     if (filing == nullptr)
         return;
@@ -73,12 +76,13 @@ CCopy::CCopy(const CFiling* filing) : CFilingBase(filing), m_copy(new Record)
         for (int i = 0; i < filing->get_form_count(); ++i)
             m_copy->append(new CHistory(filing->get_form_at(i)));
     } catch (...) {
-        delete m_copy;
+        m_copy->~Record();
         throw;
     }
 }
 
-CCopy::CCopy(COXMLNode* node) : CFilingBase(node), m_copy(new Record)
+CCopy::CCopy(COXMLNode* node)
+    : CFilingBase(node, Extra{sizeof(Record)}), m_copy(new (derived_record()) Record)
 {
     if (node == nullptr)
         return;
@@ -99,14 +103,14 @@ CCopy::CCopy(COXMLNode* node) : CFilingBase(node), m_copy(new Record)
             }
         }
     } catch (...) {
-        delete m_copy;
+        m_copy->~Record();
         throw;
     }
 }
 
 CCopy::~CCopy()
 {
-    delete m_copy;
+    m_copy->~Record();
 }
 
 COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const

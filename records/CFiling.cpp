@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CCopy.h>
@@ -14,6 +13,8 @@
 
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
+#include "records/InlineList.h"
+#include "records/SharedBlock.h"
 
 struct CFiling::Record {
     std::string filing_name;
@@ -39,7 +40,7 @@ struct CFiling::Record {
     int deleted_employee_count = 0;
     int added_employee_count = 0;
     int print_success_count = 0;
-    std::vector<CForm*> forms;  // owned
+    InlineList<CForm*, 4> forms;  // owned
 
     Record() = default;
     Record(const Record&) = delete;
@@ -98,9 +99,10 @@ void check_index(int index, size_t size)
 
 } // namespace
 
-CFiling::CFiling() : CFilingBase(), m_filing(new Record) {}
+CFiling::CFiling() : CFilingBase(Extra{sizeof(Record)}), m_filing(new (derived_record()) Record) {}
 
-CFiling::CFiling(const CFiling* source) : CFilingBase(source), m_filing(new Record)
+CFiling::CFiling(const CFiling* source)
+    : CFilingBase(source, Extra{sizeof(Record)}), m_filing(new (derived_record()) Record)
 {
     if (source == nullptr)
         return;
@@ -110,12 +112,12 @@ CFiling::CFiling(const CFiling* source) : CFilingBase(source), m_filing(new Reco
         for (const CForm* form : source->m_filing->forms)
             m_filing->append(new CForm(static_cast<const CFormBase*>(form)));
     } catch (...) {
-        delete m_filing;
+        m_filing->~Record();
         throw;
     }
 }
 
-CFiling::CFiling(const CCopy* copy) : CFilingBase(), m_filing(new Record)
+CFiling::CFiling(const CCopy* copy) : CFilingBase(Extra{sizeof(Record)}), m_filing(new (derived_record()) Record)
 {
     if (copy == nullptr)
         return;
@@ -133,12 +135,13 @@ CFiling::CFiling(const CCopy* copy) : CFilingBase(), m_filing(new Record)
         for (int i = 0; i < copy->get_history_count(); ++i)
             m_filing->append(new CForm(static_cast<const CFormBase*>(copy->get_history_at(i))));
     } catch (...) {
-        delete m_filing;
+        m_filing->~Record();
         throw;
     }
 }
 
-CFiling::CFiling(COXMLNode* node) : CFilingBase(node), m_filing(new Record)
+CFiling::CFiling(COXMLNode* node)
+    : CFilingBase(node, Extra{sizeof(Record)}), m_filing(new (derived_record()) Record)
 {
     if (node == nullptr)
         return;
@@ -165,7 +168,7 @@ CFiling::CFiling(COXMLNode* node) : CFilingBase(node), m_filing(new Record)
             }
         }
     } catch (...) {
-        delete m_filing;
+        m_filing->~Record();
         throw;
     }
 }
@@ -173,7 +176,7 @@ CFiling::CFiling(COXMLNode* node) : CFilingBase(node), m_filing(new Record)
 CFiling::~CFiling()
 {
     delete_all_forms();
-    delete m_filing;
+    m_filing->~Record();
 }
 
 COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
@@ -248,8 +251,7 @@ void CFiling::remove_form_at(int index) const
 
 void CFiling::delete_all_forms() const
 {
-    std::vector<CForm*> forms;
-    forms.swap(m_filing->forms);
+    InlineList<CForm*, 4> forms(std::move(m_filing->forms));
     for (CForm* form : forms)
         delete form;
 }

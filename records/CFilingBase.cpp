@@ -10,6 +10,9 @@
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
+#include "records/PackedText.h"
+#include "records/RelativePath.h"
+#include "records/SharedBlock.h"
 
 namespace {
 const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
@@ -17,8 +20,9 @@ const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
 
 struct CFilingBase::Record {
     Vellument::FILING_TYPE type = Vellument::FILING_TYPE_UNKNOWN;
-    std::string identifier;
-    std::string krf_file_location;  // relative form
+    // The path in relative form. Both texts are mostly short: they live inside the record.
+    enum Text { IDENTIFIER, KRF_FILE_LOCATION, TEXTS };
+    PackedText<TEXTS, 48> text;
     int vlid = 0;
     bool printed = false;
     bool mailed = false;
@@ -29,9 +33,15 @@ struct CFilingBase::Record {
     CDateTime date;
 };
 
-CFilingBase::CFilingBase() : m_base(new Record) {}
+CFilingBase::CFilingBase() : CFilingBase(Extra{0}) {}
 
-CFilingBase::CFilingBase(const CFilingBase* source) : m_base(new Record)
+CFilingBase::CFilingBase(const CFilingBase* source) : CFilingBase(source, Extra{0}) {}
+
+CFilingBase::CFilingBase(COXMLNode* node) : CFilingBase(node, Extra{0}) {}
+
+CFilingBase::CFilingBase(Extra extra) : m_base(shared_block::make<Record>(extra.size)) {}
+
+CFilingBase::CFilingBase(const CFilingBase* source, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (source == nullptr)
         return;
@@ -43,17 +53,19 @@ CFilingBase::CFilingBase(const CFilingBase* source) : m_base(new Record)
     m_base->replaceable = source->m_base->replaceable;
     m_base->replacement = source->m_base->replacement;
     m_base->date = source->m_base->date;
-    m_base->identifier = source->m_base->identifier;
+    m_base->text = source->m_base->text;
     m_base->type = source->m_base->type;
     set_krf_file_location(source->get_krf_file_location());
 }
 
-CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
+CFilingBase::CFilingBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
+    // Read in the order written: the attribute search resumes after the last one found.
+    decltype(m_base->text)::Builder texts;
     m_base->type = Vellument::Text::string_to_filing_type(node->getAttribute("Type"));
-    m_base->identifier = node->getAttribute("Identifier");
+    texts.add("", node->getAttribute("Identifier"));
     m_base->vlid = AuditUtil::to_int(node->getAttribute("VLID"));
     m_base->printed = AuditUtil::to_bool(node->getAttribute("Printed"));
     m_base->mailed = AuditUtil::to_bool(node->getAttribute("Mailed"));
@@ -63,12 +75,18 @@ CFilingBase::CFilingBase(COXMLNode* node) : m_base(new Record)
     m_base->replacement = AuditUtil::to_bool(node->getAttribute("Replacement"));
     // The file's path carries the directory of the machine that saved it; only its tail counts.
     // One conversion suffices: a relative path converts to itself.
-    m_base->krf_file_location = CPathHandling::convert_path_to_relative(node->getAttribute("KRFPath"));
+    add_relative_path(texts, node->getAttribute("KRFPath"));
+    m_base->text.assign(std::move(texts));
 }
 
 CFilingBase::~CFilingBase()
 {
-    delete m_base;
+    shared_block::destroy(m_base);
+}
+
+void* CFilingBase::derived_record() const
+{
+    return shared_block::room_behind(m_base);
 }
 
 void CFilingBase::read_date(const char* text) const
@@ -88,7 +106,7 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
     if (m_base->date.get_days() != 0.0)
         element.text("Date", m_base->date.format(kDateFormat));
     element.text("Type", to_type_string(m_base->type));
-    element.text("Identifier", m_base->identifier);
+    element.text("Identifier", m_base->text.c_str(Record::IDENTIFIER));
     element.number("VLID", m_base->vlid);
     element.flag("Printed", m_base->printed);
     element.flag("Mailed", m_base->mailed);
@@ -139,16 +157,19 @@ Vellument::FILING_TYPE CFilingBase::to_filing_type(const std::string& text)
 Vellument::FILING_TYPE CFilingBase::get_type() const { return m_base->type; }
 void CFilingBase::set_type(Vellument::FILING_TYPE type) const { m_base->type = type; }
 
-std::string CFilingBase::get_identifier() const { return m_base->identifier; }
-void CFilingBase::set_identifier(const std::string& identifier) const { m_base->identifier = identifier; }
+std::string CFilingBase::get_identifier() const { return m_base->text.get(Record::IDENTIFIER); }
+void CFilingBase::set_identifier(const std::string& identifier) const
+{
+    m_base->text.set(Record::IDENTIFIER, identifier);
+}
 
 std::string CFilingBase::get_krf_file_location() const
 {
-    return CPathHandling::convert_path_to_absolute(m_base->krf_file_location.c_str());
+    return CPathHandling::convert_path_to_absolute(m_base->text.c_str(Record::KRF_FILE_LOCATION));
 }
 void CFilingBase::set_krf_file_location(const std::string& path) const
 {
-    m_base->krf_file_location = CPathHandling::convert_path_to_relative(path.c_str());
+    m_base->text.set(Record::KRF_FILE_LOCATION, CPathHandling::convert_path_to_relative(path.c_str()));
 }
 
 int CFilingBase::get_vlid() const { return m_base->vlid; }

@@ -10,6 +10,7 @@
 #include "Ostrel/XML_ElementWriter.h"
 #include "records/AttributeLists.h"
 #include "records/PackedText.h"
+#include "records/SharedBlock.h"
 
 // The fields of one run through the viewer; only the result code and the printed result are
 // kept in the document.
@@ -27,18 +28,19 @@ struct CForm::Record {
     bool special_paper = false;
 };
 
-// A form made in memory replaces the earlier forms of its type when it completes.
-CForm::CForm() : CFormBase(), m_form(new Record)
+// The form's own record lives in the room behind the base's record. A form made in memory
+// replaces the earlier forms of its type when it completes.
+CForm::CForm() : CFormBase(Extra{sizeof(Record)}), m_form(new (derived_record()) Record)
 {
     set_completion(Vellument::FORM_COMPLETION_REPLACE);
 }
 
-CForm::CForm(const CFormBase* source) : CFormBase(source), m_form(new Record)
+CForm::CForm(const CFormBase* source) : CFormBase(source, Extra{sizeof(Record)}), m_form(new (derived_record()) Record)
 {
     set_completion(Vellument::FORM_COMPLETION_REPLACE);
 }
 
-CForm::CForm(COXMLNode* node) : CFormBase(node), m_form(new Record)
+CForm::CForm(COXMLNode* node) : CFormBase(node, Extra{sizeof(Record)}), m_form(new (derived_record()) Record)
 {
     if (node == nullptr)
         return;
@@ -48,7 +50,7 @@ CForm::CForm(COXMLNode* node) : CFormBase(node), m_form(new Record)
 
 CForm::~CForm()
 {
-    delete m_form;
+    m_form->~Record();
 }
 
 COXMLNode* CForm::create_xml_node(COXMLDocument* document) const

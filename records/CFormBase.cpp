@@ -11,6 +11,8 @@
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 #include "records/PackedText.h"
+#include "records/RelativePath.h"
+#include "records/SharedBlock.h"
 
 struct CFormBase::Record {
     Vellument::FORM_TYPE type = Vellument::FORM_TYPE_UNKNOWN;
@@ -36,24 +38,17 @@ std::string to_absolute(const char* path)
     return CPathHandling::convert_path_to_absolute(path);
 }
 
-// The path's relative form, as convert_path_to_relative makes it ("" stays ""; else ".\" and the
-// tail after the company directory's cut), without a string of its own.
-template <typename Builder>
-void add_relative_path(Builder& texts, const char* path)
-{
-    if (*path == '\0') {
-        texts.add("", "");
-        return;
-    }
-    const int cut = CPathHandling::find_company_dir_end(path);
-    texts.add(".\\", cut >= 0 ? path + cut + 1 : path);
-}
-
 } // namespace
 
-CFormBase::CFormBase() : m_base(new Record) {}
+CFormBase::CFormBase() : CFormBase(Extra{0}) {}
 
-CFormBase::CFormBase(const CFormBase* source) : m_base(new Record)
+CFormBase::CFormBase(const CFormBase* source) : CFormBase(source, Extra{0}) {}
+
+CFormBase::CFormBase(COXMLNode* node) : CFormBase(node, Extra{0}) {}
+
+CFormBase::CFormBase(Extra extra) : m_base(shared_block::make<Record>(extra.size)) {}
+
+CFormBase::CFormBase(const CFormBase* source, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (source == nullptr)
         return;
@@ -63,7 +58,7 @@ CFormBase::CFormBase(const CFormBase* source) : m_base(new Record)
     set_exml_location(source->get_exml_location());
 }
 
-CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
+CFormBase::CFormBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
@@ -89,7 +84,12 @@ CFormBase::CFormBase(COXMLNode* node) : m_base(new Record)
 
 CFormBase::~CFormBase()
 {
-    delete m_base;
+    shared_block::destroy(m_base);
+}
+
+void* CFormBase::derived_record() const
+{
+    return shared_block::room_behind(m_base);
 }
 
 COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name) const

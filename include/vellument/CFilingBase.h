@@ -1,6 +1,7 @@
 #ifndef VELLUMENT_CFILINGBASE_H
 #define VELLUMENT_CFILINGBASE_H
 
+#include <cstddef>
 #include <string>
 
 #include <vellument/DateTime.h>
@@ -66,6 +67,16 @@ public:
 protected:
     // For the derived readers: parses `text` into the date when it isn't empty.
     void read_date(const char* text) const;
+
+    // For a derived class whose own record shares one allocation with this class's: `size` bytes
+    // of room follow the base's record, at derived_record().
+    struct Extra {
+        std::size_t size;
+    };
+    explicit CFilingBase(Extra extra);
+    CFilingBase(const CFilingBase* source, Extra extra);
+    CFilingBase(COXMLNode* node, Extra extra);
+    void* derived_record() const;
 
 private:
     struct Record;

@@ -1,6 +1,7 @@
 #ifndef VELLUMENT_CFORMBASE_H
 #define VELLUMENT_CFORMBASE_H
 
+#include <cstddef>
 #include <string>
 
 #include <vellument/DateTime.h>
@@ -69,6 +70,17 @@ public:
 
     std::string get_divider_form() const;
     void set_divider_form(const std::string& divider) const;
+
+protected:
+    // For a derived class whose own record shares one allocation with this class's: `size` bytes
+    // of room follow the base's record, at derived_record().
+    struct Extra {
+        std::size_t size;
+    };
+    explicit CFormBase(Extra extra);
+    CFormBase(const CFormBase* source, Extra extra);
+    CFormBase(COXMLNode* node, Extra extra);
+    void* derived_record() const;
 
 private:
     struct Record;
