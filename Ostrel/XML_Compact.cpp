@@ -7,6 +7,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "Ostrel/XML_Data.h"
+
 namespace oxml {
 
 namespace {
@@ -372,19 +374,6 @@ CompactTree::Outcome CompactTree::fail()
 
 namespace {
 
-bool ascii_bytes(const char* p, std::size_t n)
-{
-    std::uint64_t high = 0;
-    for (; n >= 8; p += 8, n -= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, p, 8);
-        high |= word;
-    }
-    for (; n > 0; ++p, --n)
-        high |= static_cast<Byte>(*p);
-    return (high & 0x8080808080808080ull) == 0;
-}
-
 std::uint32_t hash_name(const char* name)
 {
     std::uint32_t h = 2166136261u;
@@ -423,7 +412,7 @@ void CompactBuilder::open(const char* name)
         return;
     }
     const std::size_t length = std::strlen(name);
-    ascii_ = ascii_ && ascii_bytes(name, length);
+    ascii_ = ascii_ && is_ascii(name, length);
     const std::uint32_t index = static_cast<std::uint32_t>(elements.size());
     elements.push_back(CompactTree::Element{tree_->intern(name, length),
                                             static_cast<std::uint32_t>(tree_->attributes_.size()),
@@ -506,7 +495,7 @@ std::uint32_t CompactBuilder::add_text(const char* text, std::size_t size)
     const std::uint32_t offset = static_cast<std::uint32_t>(all.size());
     all.append(text, size);
     all.push_back('\0');
-    ascii_ = ascii_ && ascii_bytes(text, size);
+    ascii_ = ascii_ && is_ascii(text, size);
     return offset;
 }
 

@@ -1,6 +1,7 @@
 #include "records/EnumText.h"
 
-#include <climits>
+#include <vellument/AuditUtil.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -266,12 +267,7 @@ int package_choice_of(const char* text, std::size_t length)
     // Anything else, the listed numbers among it, is what atoi makes of it: leading blanks, a sign
     // and digits up to the first other character; no number (and so "") is 0. Out-of-range values
     // saturate rather than wrap. Both callers' texts end in a NUL, where atoi stops as well.
-    long value = std::strtol(text, nullptr, 10);
-    if (value > INT_MAX)
-        return INT_MAX;
-    if (value < INT_MIN)
-        return INT_MIN;
-    return static_cast<int>(value);
+    return AuditUtil::to_int(text);
 }
 
 } // namespace
