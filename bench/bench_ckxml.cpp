@@ -9,8 +9,6 @@
 // work; and "Cold", with all free memory handed back to the kernel before every iteration.
 #include <benchmark/benchmark.h>
 
-#include <malloc.h>
-
 #include <climits>
 #include <cstdio>
 #include <string>
@@ -18,6 +16,8 @@
 #include <pugixml.hpp>
 
 #include <vellument/CkXml.h>
+
+#include "bench_memory.h"
 
 namespace {
 
@@ -66,17 +66,6 @@ const std::string& escapedReply()
         return s;
     }();
     return text;
-}
-
-enum Memory { kWarm, kCold };
-
-void releaseFreeMemory(benchmark::State& state, Memory memory)
-{
-    if (memory == kWarm)
-        return;
-    state.PauseTiming();
-    malloc_trim(0);
-    state.ResumeTiming();
 }
 
 void ckxmlParse(benchmark::State& state, const std::string& text, Memory memory)

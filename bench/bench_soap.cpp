@@ -13,8 +13,6 @@
 #include <curl/curl.h>
 #include <pugixml.hpp>
 
-#include <malloc.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -27,6 +25,7 @@
 #include <vellument/eFileSOAPS.h>
 
 #include "Vellument/eFileSOAPS_wire.h"
+#include "bench_memory.h"
 #include "large_vellument.h"
 #include "tests/filing_service_fixture.h"
 
@@ -72,17 +71,6 @@ const large_vellument::Fixture& fixture()
 {
     Ostrel::Log::SetLevel(1);
     return large_vellument::fixture();
-}
-
-enum Memory { kWarm, kCold };
-
-void releaseFreeMemory(benchmark::State& state, Memory memory)
-{
-    if (memory == kWarm)
-        return;
-    state.PauseTiming();
-    malloc_trim(0);
-    state.ResumeTiming();
 }
 
 // Parse and print to memory: the least any re-emission of the file costs.
