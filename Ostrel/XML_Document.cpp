@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
 #include <new>
 #include <string>
@@ -18,6 +19,7 @@
 #include "Ostrel/XML_Build.h"
 #include "Ostrel/XML_Data.h"
 #include "Ostrel/XML_Compact.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "toolkit/CkXmlDocument.h"
 
@@ -377,6 +379,34 @@ COXMLDocument* COXMLDocument::loadXML(const char* text, int* errorCode, char* er
     return nullptr;
 }
 
+namespace {
+
+int out_of_memory(COXMLDocumentData& d, const char* path)
+{
+    d.set_error(static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
+                std::string("Error writing file ") + path + ": out of memory");
+    return 0;
+}
+
+// Replaces the file with what `print` writes: 1, or 0 with the error kept on the document.
+int write_document_file(COXMLDocumentData& d, const char* path,
+                        const std::function<bool(Ostrel::FileSystemDetail::FileStream&)>& print)
+{
+    if (Ostrel::FileSystemDetail::WriteFileAtomicStreamed(path, print))
+        return 1;
+    unsigned long error = Ostrel::Error::GetLastError();
+    if (error == Ostrel::Error::SUCCESS)
+        error = Ostrel::Error::WRITE_FAULT;
+    d.set_error(static_cast<int>(error),
+                std::string("Error writing file ") + path + ": " + Ostrel::Error::GetErrorText(error));
+    VLOG(2, "[OstrelXML] %s\n", d.error_text.c_str());
+    return 0;
+}
+
+const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+
+} // namespace
+
 int COXMLDocument::save(const char* path) const
 {
     COXMLDocumentData& d = *data_;
@@ -418,7 +448,6 @@ int COXMLDocument::save(const char* path) const
         unsigned flags = max_depth > kMaxIndentDepth ? pugi::format_raw : pugi::format_indent;
 
         auto print = [&d, flags](Ostrel::FileSystemDetail::FileStream& stream) {
-            static const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
             stream.write(kDeclaration, sizeof kDeclaration - 1);
             StreamWriter writer(stream);
             for (pugi::xml_node c = d.doc.first_child(); c; c = c.next_sibling()) {
@@ -430,21 +459,10 @@ int COXMLDocument::save(const char* path) const
                 stream.write("\n", 1);
             return true;
         };
-        if (!Ostrel::FileSystemDetail::WriteFileAtomicStreamed(path, print)) {
-            unsigned long error = Ostrel::Error::GetLastError();
-            if (error == Ostrel::Error::SUCCESS)
-                error = Ostrel::Error::WRITE_FAULT;
-            d.set_error(static_cast<int>(error),
-                        std::string("Error writing file ") + path + ": " + Ostrel::Error::GetErrorText(error));
-            VLOG(2, "[OstrelXML] %s\n", d.error_text.c_str());
-            return 0;
-        }
+        return write_document_file(d, path, print);
     } catch (const std::bad_alloc&) {
-        d.set_error(static_cast<int>(Ostrel::Error::NOT_ENOUGH_MEMORY),
-                    std::string("Error writing file ") + path + ": out of memory");
-        return 0;
+        return out_of_memory(d, path);
     }
-    return 1;
 }
 
 void COXMLDocument::getXMLError(int* errorCode, char* errorText, int errorTextSize) const
@@ -548,3 +566,24 @@ COXMLDocument* TreeBuilder::finish()
 }
 
 } // namespace oxml
+
+int oxml::save_text(COXMLDocument* document, const char* path, const std::function<void(TextWriter&)>& body)
+{
+    COXMLDocumentData& d = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document));
+    if (path == nullptr) {
+        d.set_error(kCodeInvalidArgument, "No file name given");
+        return 0;
+    }
+    try {
+        auto print = [&body](Ostrel::FileSystemDetail::FileStream& stream) {
+            stream.write(kDeclaration, sizeof kDeclaration - 1);
+            TextWriter writer(stream);
+            body(writer);
+            writer.finish();
+            return true;
+        };
+        return write_document_file(d, path, print);
+    } catch (const std::bad_alloc&) {
+        return out_of_memory(d, path);
+    }
+}

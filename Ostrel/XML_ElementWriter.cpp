@@ -14,8 +14,6 @@
 
 namespace oxml {
 
-namespace {
-
 // Whether every byte lies in 0x20 to 0x7F: such a value is stored as it stands. Eight bytes at a
 // time: a byte of 0x80 or more has its top bit set, and one below 0x20 sets it when 0x20 is
 // taken away (a borrow from a byte below only ever follows a byte already found).
@@ -35,6 +33,16 @@ bool is_printable_ascii(const char* p, std::size_t n)
     }
     return found == 0;
 }
+
+bool stored_flag(bool value)
+{
+    // By the stored byte, as AuditUtil::to_string reads it: a bool holding anything but 1 is false.
+    unsigned char byte = 0;
+    std::memcpy(&byte, &value, 1);
+    return byte == 1;
+}
+
+namespace {
 
 // For each attribute name the writers of a document use, an attribute on the document's holder
 // of unattached elements whose name lies in text that the parser read in place. A copy of such an
@@ -172,10 +180,7 @@ void ElementWriter::flag(const char* name, bool value)
 {
     if (element_ == nullptr)
         return;
-    // By the stored byte, as AuditUtil::to_string reads it: a bool holding anything but 1 is false.
-    unsigned char byte = 0;
-    std::memcpy(&byte, &value, 1);
-    const bool set = byte == 1;
+    const bool set = stored_flag(value);
     if (data_ != nullptr) {
         append(name, set ? "true" : "false", set ? 4 : 5);
         return;

@@ -17,6 +17,11 @@ struct COXMLDocumentData;
 
 namespace oxml {
 
+// Whether every byte lies in 0x20 to 0x7F: such a value is stored as it stands.
+bool is_printable_ascii(const char* p, std::size_t n);
+// The flag as it is written: by its stored byte, so a bool holding anything but 1 is false.
+bool stored_flag(bool value);
+
 class ElementWriter {
 public:
     // A new element made by createElement(name); element() is null when that fails.

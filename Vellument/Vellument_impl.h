@@ -1,6 +1,8 @@
 #ifndef VELLUMENT_VELLUMENT_IMPL_H
 #define VELLUMENT_VELLUMENT_IMPL_H
 
+#include <array>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,10 @@ class CCopy;
 class CForm;
 class CViewerTaskList;
 class CvellumentDB;
+
+namespace oxml {
+class TextWriter;
+}
 
 // The private record behind CVellument: the document, its trail and the flags that opening
 // leaves behind. Owned through CVellument's shared pointer; its destructor releases the trail.
@@ -70,7 +76,15 @@ public:
 
     // --- Saving --------------------------------------------------------------------------------
 
+    static constexpr std::size_t kRootAttributes = 9;
+    // The root element's attribute values, in file order.
+    std::array<std::string, kRootAttributes> root_values() const;
     COXMLNode* create_xml_node(COXMLDocument* document);
+    // The save's text of the trail, the same bytes as the tree of create_xml_node would print;
+    // the dictionaries' elements come built (the transactions' from build_dictionaries).
+    void write_text(oxml::TextWriter& out, const std::array<std::string, kRootAttributes>& values,
+                    COXMLNode* document_dictionary) const;
+    std::vector<COXMLNode*> build_dictionaries(COXMLDocument* scratch) const;
     int save(const char* file_name);
     // Copies the file as it stands to its ".BAK" name.
     void save_vellument();

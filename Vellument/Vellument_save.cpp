@@ -2,8 +2,11 @@
 
 #include "Vellument/Vellument_impl.h"
 
+#include <array>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <vellument/AuditUtil.h>
 #include <vellument/CDictionary.h>
@@ -25,6 +28,8 @@
 #include <vellument/eFileSOAPS.h>
 
 #include "Ostrel/LogMacros.h"
+#include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 
 namespace {
 
@@ -32,6 +37,10 @@ const char kSection[] = "VELLUMENT";
 const char kNotFound[] = "Not Found";
 const char kUploadPrefix[] = "UploadSucceeded_";
 const char kDateFormat[] = "%m/%d/%Y %H:%M:%S";
+
+// The root element's attributes, in file order.
+const char* const kRootNames[] = {"Version",     "PeriodStart", "PeriodEnd",    "RegMode",  "FormType",
+                                  "VendorCode",  "FilingYear",  "ModifiedDate", "FilingEIN"};
 
 // The upload result before the call: a transport failure leaves it, and it must then read as failed.
 const int kUploadNotSent = -1;
@@ -116,18 +125,19 @@ bool vellument_impl::validate_vellument(std::string& name, const char* year_argu
     return file_hash != saved_hash;
 }
 
+std::array<std::string, vellument_impl::kRootAttributes> vellument_impl::root_values() const
+{
+    return {"200",        filing_period_start, filing_period_end, registration_mode,
+            form_type_string, vendor_code,     filing_year,       modified_date.format(kDateFormat),
+            filing_ein};
+}
+
 COXMLNode* vellument_impl::create_xml_node(COXMLDocument* document)
 {
     root_node = document->createElement("AuditTrail");
-    root_node->setAttribute("Version", "200");
-    root_node->setAttribute("PeriodStart", filing_period_start.c_str());
-    root_node->setAttribute("PeriodEnd", filing_period_end.c_str());
-    root_node->setAttribute("RegMode", registration_mode.c_str());
-    root_node->setAttribute("FormType", form_type_string.c_str());
-    root_node->setAttribute("VendorCode", vendor_code.c_str());
-    root_node->setAttribute("FilingYear", filing_year.c_str());
-    root_node->setAttribute("ModifiedDate", modified_date.format(kDateFormat).c_str());
-    root_node->setAttribute("FilingEIN", filing_ein.c_str());
+    const std::array<std::string, kRootAttributes> values = root_values();
+    for (std::size_t i = 0; i < kRootAttributes; ++i)
+        root_node->setAttribute(kRootNames[i], values[i].c_str());
 
     if (!dictionary->empty()) {
         if (COXMLNode* node = dictionary->create_xml_node(document))
@@ -140,6 +150,32 @@ COXMLNode* vellument_impl::create_xml_node(COXMLDocument* document)
             root_node->appendChild(node, true);
     }
     return root_node;
+}
+
+std::vector<COXMLNode*> vellument_impl::build_dictionaries(COXMLDocument* scratch) const
+{
+    std::vector<COXMLNode*> built;
+    for (const CTransaction* transaction : transactions) {
+        const CDictionary* entries = transaction != nullptr ? transaction->get_dictionary() : nullptr;
+        if (entries != nullptr && !entries->empty())
+            built.push_back(entries->create_xml_node(scratch));
+    }
+    return built;
+}
+
+void vellument_impl::write_text(oxml::TextWriter& out, const std::array<std::string, kRootAttributes>& values,
+                                COXMLNode* document_dictionary) const
+{
+    out.open("AuditTrail");
+    for (std::size_t i = 0; i < kRootAttributes; ++i)
+        out.text(kRootNames[i], values[i]);
+    if (!dictionary->empty())
+        out.element(document_dictionary);
+    for (const CTransaction* transaction : transactions) {
+        if (transaction != nullptr)
+            out.record(*transaction);
+    }
+    out.close();
 }
 
 void vellument_impl::save_vellument()
@@ -172,7 +208,23 @@ int vellument_impl::save(const char* file_name)
     VLOG(3, "[Vellument] In Save: filename = %s \n", target.c_str());
 
     std::unique_ptr<COXMLDocument> document(COXMLDocument::createDocument());
-    document->appendChild(create_xml_node(document.get()), true);
+    // The records print themselves unless the root's own values need what a tree stores for them.
+    // The dictionaries are built first all the same, so that what they log comes where it would.
+    const std::array<std::string, kRootAttributes> values = root_values();
+    bool as_text = true;
+    for (const std::string& value : values)
+        as_text = as_text && oxml::is_printable_ascii(value.data(), value.size());
+    std::unique_ptr<COXMLDocument> scratch;
+    COXMLNode* document_dictionary = nullptr;
+    std::vector<COXMLNode*> dictionaries;
+    if (as_text) {
+        scratch.reset(COXMLDocument::createDocument());
+        if (!dictionary->empty())
+            document_dictionary = dictionary->create_xml_node(scratch.get());
+        dictionaries = build_dictionaries(scratch.get());
+    } else {
+        document->appendChild(create_xml_node(document.get()), true);
+    }
     VLOG(3, "[Vellument] Saving %s \n", target.c_str());
     document->clearXMLError();
 
@@ -184,7 +236,15 @@ int vellument_impl::save(const char* file_name)
         document->setAttribute("ModifiedDate", now.c_str());
     }
 
-    const int result = document->save(target.c_str());
+    int result = 0;
+    if (as_text) {
+        result = oxml::save_text(document.get(), target.c_str(), [&](oxml::TextWriter& out) {
+            out.set_ready(dictionaries);
+            write_text(out, values, document_dictionary);
+        });
+    } else {
+        result = document->save(target.c_str());
+    }
     VLOG(3, "[Vellument] Return code = %d \n", result);
     if (result == 0) {
         document->getXMLError(&xml_error_code, xml_error_text, static_cast<int>(sizeof xml_error_text));
@@ -195,6 +255,7 @@ int vellument_impl::save(const char* file_name)
     }
     // The tree is written: its memory goes before the read-back builds a second one.
     document.reset();
+    scratch.reset();
     if (!live)
         return result;
 

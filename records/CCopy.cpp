@@ -12,6 +12,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/InlineList.h"
 #include "records/SharedBlock.h"
@@ -118,13 +119,32 @@ COXMLNode* CCopy::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = CFilingBase::create_xml_node(document, "Copy");
     if (element == nullptr)
         return nullptr;
-    oxml::ElementWriter(document, element).flag("Deleted", m_copy->deleted);
+    oxml::ElementWriter own(document, element);
+    write_attributes(own);
     for (const CHistory* history : m_copy->histories) {
         COXMLNode* child = history->create_xml_node(document);
         if (child != nullptr)
             element->appendChild(child, true);
     }
     return element;
+}
+
+template <class Writer>
+void CCopy::write_attributes(Writer& own) const
+{
+    own.flag("Deleted", m_copy->deleted);
+}
+
+void CCopy::write_text(oxml::TextWriter& out) const
+{
+    out.open("Copy");
+    CFilingBase::write_attributes(out);
+    write_attributes(out);
+    if (out.built_instead(*this))
+        return;
+    for (const CHistory* history : m_copy->histories)
+        out.record(*history);
+    out.close();
 }
 
 const attributeDicList& AttributeLists::fill_copy(const CCopy& record)

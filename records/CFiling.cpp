@@ -12,6 +12,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/InlineList.h"
 #include "records/SharedBlock.h"
@@ -185,17 +186,35 @@ COXMLNode* CFiling::create_xml_node(COXMLDocument* document) const
     if (element == nullptr)
         return nullptr;
     oxml::ElementWriter own(document, element);
-    own.flag("EfiledSuccessful", m_filing->efiled_successful);
-    own.flag("PrintedSuccessful", m_filing->printed_successful);
-    own.flag("RecordsSuccessful", m_filing->records_successful);
-    own.number("EmployeeCount", m_filing->employee_count);
-    own.number("CorrectedCount", m_filing->corrected_employee_count);
+    write_attributes(own);
     for (const CForm* form : m_filing->forms) {
         COXMLNode* child = form->create_xml_node(document);
         if (child != nullptr)
             element->appendChild(child, true);
     }
     return element;
+}
+
+template <class Writer>
+void CFiling::write_attributes(Writer& own) const
+{
+    own.flag("EfiledSuccessful", m_filing->efiled_successful);
+    own.flag("PrintedSuccessful", m_filing->printed_successful);
+    own.flag("RecordsSuccessful", m_filing->records_successful);
+    own.number("EmployeeCount", m_filing->employee_count);
+    own.number("CorrectedCount", m_filing->corrected_employee_count);
+}
+
+void CFiling::write_text(oxml::TextWriter& out) const
+{
+    out.open("Filing");
+    CFilingBase::write_attributes(out);
+    write_attributes(out);
+    if (out.built_instead(*this))
+        return;
+    for (const CForm* form : m_filing->forms)
+        out.record(*form);
+    out.close();
 }
 
 const attributeDicList& AttributeLists::fill_filing(const CFiling& record)

@@ -8,6 +8,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 #include "records/PackedText.h"
@@ -103,6 +104,13 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
     oxml::ElementWriter element(document, name);
     if (element.element() == nullptr)
         return nullptr;
+    write_attributes(element);
+    return element.element();
+}
+
+template <class Writer>
+void CFilingBase::write_attributes(Writer& element) const
+{
     if (m_base->date.get_days() != 0.0)
         element.text("Date", m_base->date.format(kDateFormat));
     element.text("Type", to_type_string(m_base->type));
@@ -115,8 +123,9 @@ COXMLNode* CFilingBase::create_xml_node(COXMLDocument* document, const char* nam
     element.flag("Replaceable", m_base->replaceable);
     element.flag("Replacement", m_base->replacement);
     element.text("KRFPath", get_krf_file_location());
-    return element.element();
 }
+
+template void CFilingBase::write_attributes(oxml::TextWriter&) const;
 
 const attributeDicList& AttributeLists::fill_filing_base(const CFilingBase& record)
 {

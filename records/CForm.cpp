@@ -8,6 +8,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/PackedText.h"
 #include "records/SharedBlock.h"
@@ -59,9 +60,24 @@ COXMLNode* CForm::create_xml_node(COXMLDocument* document) const
     if (element == nullptr)
         return nullptr;
     oxml::ElementWriter own(document, element);
+    write_attributes(own);
+    return element;
+}
+
+template <class Writer>
+void CForm::write_attributes(Writer& own) const
+{
     own.text("ViewerResultCode", m_form->text.c_str(Record::VIEWER_RESULT_CODE));
     own.flag("ResultPrinted", m_form->result_printed);
-    return element;
+}
+
+void CForm::write_text(oxml::TextWriter& out) const
+{
+    out.open("Form");
+    CFormBase::write_attributes(out);
+    write_attributes(out);
+    if (!out.built_instead(*this))
+        out.close();
 }
 
 const attributeDicList& AttributeLists::fill_form(const CForm& record)

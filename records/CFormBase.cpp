@@ -8,6 +8,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 #include "records/PackedText.h"
@@ -99,6 +100,13 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
     oxml::ElementWriter element(document, name);
     if (element.element() == nullptr)
         return nullptr;
+    write_attributes(element);
+    return element.element();
+}
+
+template <class Writer>
+void CFormBase::write_attributes(Writer& element) const
+{
     element.text("Type", get_type_string());
     element.text("Flags", get_flags_string());
     element.text("Completion", get_completion_string());
@@ -111,8 +119,9 @@ COXMLNode* CFormBase::create_xml_node(COXMLDocument* document, const char* name)
     element.number("KRFFilter_Number", m_base->krf_filter_number);
     element.number("KRFFilter_Number2", m_base->krf_filter_number_2);
     element.text("Divider_Form", m_base->text.c_str(Record::DIVIDER_FORM));
-    return element.element();
 }
+
+template void CFormBase::write_attributes(oxml::TextWriter&) const;
 
 const attributeDicList& AttributeLists::fill_form_base(const CFormBase& record)
 {

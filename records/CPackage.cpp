@@ -9,6 +9,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 
 namespace {
@@ -106,8 +107,21 @@ COXMLNode* CPackage::create_xml_node(COXMLDocument* document) const
     if (element == nullptr || m_package->filings.empty())
         return element;
 
-    const Record& r = *m_package;
     oxml::ElementWriter own(document, element);
+    write_attributes(own);
+    for (const CFiling* filing : m_package->filings) {
+        COXMLNode* child = filing->create_xml_node(document);
+        if (child != nullptr)
+            element->appendChild(child, true);
+    }
+    return element;
+}
+
+// Only a package with filings has these.
+template <class Writer>
+void CPackage::write_attributes(Writer& own) const
+{
+    const Record& r = *m_package;
     own.text("BuilderVersion", r.builder_version);
     own.text("InvoiceAmount", r.invoice_amount);
     own.number("AddedCount", r.added_employee_count);
@@ -119,13 +133,19 @@ COXMLNode* CPackage::create_xml_node(COXMLDocument* document) const
     own.flag("WebServiceFail", r.web_service_unavailable);
     if (r.package_date.get_days() != 0.0)
         own.text("PackageDate", r.package_date.format(kDateFormat));
+}
 
-    for (const CFiling* filing : r.filings) {
-        COXMLNode* child = filing->create_xml_node(document);
-        if (child != nullptr)
-            element->appendChild(child, true);
-    }
-    return element;
+void CPackage::write_text(oxml::TextWriter& out) const
+{
+    out.open("Package");
+    CStatusBase::write_attributes(out);
+    if (!m_package->filings.empty())
+        write_attributes(out);
+    if (out.built_instead(*this))
+        return;
+    for (const CFiling* filing : m_package->filings)
+        out.record(*filing);
+    out.close();
 }
 
 const attributeDicList& AttributeLists::fill_package(const CPackage& record)

@@ -10,6 +10,8 @@
 #include <vellument/CPackage.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_TextWriter.h"
+
 namespace {
 
 // The copies of a status by type and identifier (up to its first NUL); the copy added last under a
@@ -159,6 +161,17 @@ COXMLNode* CStatus::create_xml_node(COXMLDocument* document) const
             element->appendChild(child, true);
     }
     return element;
+}
+
+void CStatus::write_text(oxml::TextWriter& out) const
+{
+    out.open("Status");
+    CStatusBase::write_attributes(out);
+    if (out.built_instead(*this))
+        return;
+    for (const CCopy* copy : m_status->copies)
+        out.record(*copy);
+    out.close();
 }
 
 attributeDicList CStatus::getAndFillMap() const

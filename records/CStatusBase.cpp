@@ -5,6 +5,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 
@@ -72,14 +73,22 @@ COXMLNode* CStatusBase::create_xml_node(COXMLDocument* document, const char* nam
     oxml::ElementWriter element(document, name);
     if (element.element() == nullptr)
         return nullptr;
+    write_attributes(element);
+    return element.element();
+}
+
+template <class Writer>
+void CStatusBase::write_attributes(Writer& element) const
+{
     element.text("KXNPath", get_kxn_path());
     element.text("FilingChoice", to_package_choice_string(m_base->filing_options));
     element.number("EmployeeCount", m_base->employee_count);
     element.number("StateEmployeeCount", m_base->state_employee_count);
     element.number("LocalEmployeeCount", m_base->local_employee_count);
     element.number("CorrectedCount", m_base->corrected_employee_count);
-    return element.element();
 }
+
+template void CStatusBase::write_attributes(oxml::TextWriter&) const;
 
 const attributeDicList& AttributeLists::fill_status_base(const CStatusBase& record)
 {

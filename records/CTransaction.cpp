@@ -9,6 +9,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "Ostrel/XML_ElementWriter.h"
+#include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
 #include "records/EnumText.h"
 
@@ -116,6 +117,29 @@ void CTransaction::set_dictionary(CDictionary* dictionary) const
     m_record->dictionary = dictionary;
 }
 
+template <class Writer>
+void CTransaction::write_attributes(Writer& writer) const
+{
+    writer.text("Action", GetActionTypeToString(m_record->action));
+}
+
+// The dictionary's element was built ahead, in the same order, so that what it logs comes where
+// building the whole tree would log it.
+void CTransaction::write_text(oxml::TextWriter& out) const
+{
+    out.open("Transaction");
+    write_attributes(out);
+    if (out.built_instead(*this))
+        return;
+    if (m_record->dictionary != nullptr && !m_record->dictionary->empty())
+        out.element(out.next_ready());
+    if (m_record->package != nullptr)
+        out.record(*m_record->package);
+    if (m_record->status != nullptr)
+        out.record(*m_record->status);
+    out.close();
+}
+
 COXMLNode* CTransaction::create_xml_node(COXMLDocument* document) const
 {
     if (document == nullptr)
@@ -124,7 +148,7 @@ COXMLNode* CTransaction::create_xml_node(COXMLDocument* document) const
     COXMLNode* element = writer.element();
     if (element == nullptr)
         return nullptr;
-    writer.text("Action", GetActionTypeToString(m_record->action));
+    write_attributes(writer);
 
     // Only a dictionary with entries leaves an element; a missing one reads back empty.
     if (m_record->dictionary != nullptr && !m_record->dictionary->empty()) {

@@ -1,13 +1,17 @@
-// The records write their attributes on a shorter way than setAttribute; what they store must be
-// what setAttribute stores for the same text, byte for byte in the saved file.
+// The records write their attributes on a shorter way than setAttribute, and a save prints them
+// without building a tree; what they store and print must be what setAttribute and the tree's
+// printing give for the same text, byte for byte in the saved file.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <vellument/CCopy.h>
+#include <vellument/CDictionary.h>
 #include <vellument/CFiling.h>
 #include <vellument/CForm.h>
 #include <vellument/CHistory.h>
@@ -15,9 +19,11 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/CStatus.h>
 #include <vellument/CTransaction.h>
+#include <vellument/CVellument.h>
 #include <vellument/Ostrel_FileSystem.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "log_capture.h"
 #include "test_util.h"
 
 namespace {
@@ -49,7 +55,102 @@ void fill_form(const CFormBase* form, const std::string& description)
     form->set_divider_form("x\x7F<&>\"'");
 }
 
+// The file `saved` again as the records' trees print it: the root's attributes read back from the
+// file, then the dictionary's and every transaction's create_xml_node.
+std::string printed_by_the_tree(const CVellument& v, const std::string& saved, const std::string& path)
+{
+    int code = 0;
+    char text[256];
+    Doc read(COXMLDocument::load(saved.c_str(), &code, text, sizeof text));
+    EXPECT_NE(read, nullptr) << text;
+    if (!read)
+        return std::string();
+    Doc tree(COXMLDocument::createDocument());
+    COXMLNode* root = tree->createElement("AuditTrail");
+    std::shared_ptr<COXMLNamedNodeMap> attributes = read->getDocumentElement()->attributes();
+    for (int i = 0; i < attributes->length(); ++i)
+        root->setAttribute(attributes->item(i)->nodeName(), attributes->item(i)->getText());
+    if (!v.get_dictionary()->empty())
+        root->appendChild(v.get_dictionary()->create_xml_node(tree.get()), true);
+    for (int i = 0; i < v.get_transaction_count(); ++i)
+        root->appendChild(v.get_transaction(i)->create_xml_node(tree.get()), true);
+    tree->appendChild(root, true);
+    EXPECT_NE(tree->save(path.c_str()), 0);
+    return testutil::read_file(path);
+}
+
+// A trail whose every level holds, in one transaction or another, a value the text can't carry as
+// it stands, beside plain values with characters to escape, empty parts and dictionaries.
+void fill_odd_trail(CVellument& v)
+{
+    v.get_dictionary()->insert({{"Zeta", "a&b<c>d\"e'f"}, {"1bad", "x"}, {"STARTOVER", "0"}});
+    const char* const odd[] = {"plain & <fine> \"quoted\" 'too'", "form\x80", "history\xE9", "filing\x01",
+                               "copy\xC3\xA9", "package\t", "status\xFF"};
+    for (int i = 0; i < 7; ++i) {
+        const std::string plain = odd[0];
+        const auto pick = [&](int level) { return std::string(i == level ? odd[level] : odd[0]); };
+        CPackage* package = v.get_current_package();
+        package->set_builder_version(pick(5).c_str());
+        package->set_package_date(CDateTime(i % 2 == 0 ? 0.0 : 45000.5));
+        CStatus* status = v.get_current_status();
+        status->set_kxn_path(("C:\\Co\\" + pick(6) + ".KXN").c_str());
+        if (i != 2) {
+            CFiling* filing = new CFiling();
+            filing->set_identifier(pick(3));
+            filing->set_date(CDateTime(i % 2 == 0 ? 0.0 : 44000.25));
+            CForm* form = new CForm();
+            fill_form(form, plain);
+            form->set_viewer_result_code(pick(1));
+            filing->add_form(form);
+            package->add_filing(filing);
+        }
+        CCopy* copy = new CCopy();
+        copy->set_identifier(plain);
+        copy->set_krf_file_location(".\\Histories\\" + pick(4) + ".KRF");
+        CHistory* history = new CHistory();
+        fill_form(history, pick(2));
+        copy->add_history(history);
+        copy->add_history(new CHistory());
+        status->add_copy(copy);
+        if (i % 3 == 0)
+            v.get_current_dictionary()->insert({{"Step", std::to_string(i)}, {"no good", "y"}});
+        v.get_current_transaction()->set_action(Vellument::ACTION_PRINTING);
+        v.clear_current_status();
+    }
+}
+
 } // namespace
+
+TEST(XMLBuildFast, SavePrintsWhatTheTreePrints)
+{
+    testutil::TempDir dir;
+    const std::string company = Ostrel::FileSystem::ToWindowsPath(dir.path().c_str());
+    // A root value beyond ASCII sends the whole save through the tree.
+    for (const char* ein : {"12-3456789", "12-345678\xE9"}) {
+        CVellument v;
+        v.open((company + "\\TRAIL.XML").c_str(), ein, "2021", "V&<\"", false, true);
+        fill_odd_trail(v);
+        std::vector<std::string> lines;
+        {
+            vlmtest::LogCapture log;
+            ASSERT_NE(v.save((company + "\\SAVED.XML").c_str()), 0);
+            lines = log.lines;
+        }
+        const std::string saved = testutil::read_file(dir.file("SAVED.XML"));
+        EXPECT_EQ(saved, printed_by_the_tree(v, dir.file("SAVED.XML"), dir.file("tree.xml"))) << ein;
+        // Each dictionary's refusal is logged once, before the save says it is writing.
+        std::vector<std::size_t> refusals;
+        std::size_t saving = lines.size();
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            if (lines[i].find("is no XML name") != std::string::npos)
+                refusals.push_back(i);
+            if (lines[i].rfind("[Vellument] Saving", 0) == 0)
+                saving = std::min(saving, i);
+        }
+        EXPECT_EQ(refusals.size(), 4u) << ein;
+        EXPECT_TRUE(refusals.empty() || refusals.back() < saving) << ein;
+    }
+}
 
 TEST(XMLBuildFast, RecordsStoreWhatSetAttributeStores)
 {

@@ -8,6 +8,10 @@ class CFiling;
 class CForm;
 class CHistory;
 
+namespace oxml {
+class TextWriter;
+}
+
 // What the status knows about one filed unit: the filing base, a deleted flag and the completed
 // forms as histories.
 class VELLUMENT_API CCopy : public CFilingBase {
@@ -42,6 +46,11 @@ public:
     void complete_form(const CForm* form) const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
     struct Record;
     Record* m_copy;
 };

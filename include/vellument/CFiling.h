@@ -9,6 +9,10 @@
 class CForm;
 class CCopy;
 
+namespace oxml {
+class TextWriter;
+}
+
 // One addressed unit of a package with its forms and the request flags that steer a run. Most of
 // its own fields live in memory only; the document holds the success flags and two counters.
 class VELLUMENT_API CFiling : public CFilingBase {
@@ -112,6 +116,11 @@ public:
     void set_print_success_count(int count) const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
     struct Record;
     Record* m_filing;
 };

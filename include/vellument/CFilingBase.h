@@ -65,6 +65,10 @@ public:
     void set_date(CDateTime date) const;
 
 protected:
+    // The class's own attributes in file order, to a tree's element writer or to a text writer.
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
+
     // For the derived readers: parses `text` into the date when it isn't empty.
     void read_date(const char* text) const;
 

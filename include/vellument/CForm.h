@@ -6,6 +6,10 @@
 #include <vellument/CFormBase.h>
 #include <vellument/export.h>
 
+namespace oxml {
+class TextWriter;
+}
+
 // One form of a filing on the preparing side, with the fields of one run through the viewer.
 // Only the viewer result code and the printed result reach the document.
 class VELLUMENT_API CForm : public CFormBase {
@@ -70,6 +74,11 @@ public:
     void set_special_paper(bool flag) const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
     struct Record;
     Record* m_form;
 };

@@ -72,6 +72,10 @@ public:
     void set_divider_form(const std::string& divider) const;
 
 protected:
+    // The class's own attributes in file order, to a tree's element writer or to a text writer.
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
+
     // For a derived class whose own record shares one allocation with this class's: `size` bytes
     // of room follow the base's record, at derived_record().
     struct Extra {

@@ -6,6 +6,10 @@
 
 class CForm;
 
+namespace oxml {
+class TextWriter;
+}
+
 // A completed form as a copy of the status keeps it: a form base with its own element name.
 class VELLUMENT_API CHistory : public CFormBase {
 public:
@@ -24,6 +28,11 @@ public:
     COXMLNode* create_xml_node(COXMLDocument* document) const;
     // Always empty: the form base list serves a history.
     attributeDicList getAndFillMap() const;
+
+private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
 };
 
 #endif

@@ -10,6 +10,10 @@
 
 class CFiling;
 
+namespace oxml {
+class TextWriter;
+}
+
 // What was prepared and chosen for one step of the trail: the counters of changes, a few flags,
 // the builder version, the invoice amount, the date and the filings of the step.
 class VELLUMENT_API CPackage : public CStatusBase {
@@ -76,6 +80,11 @@ public:
     void set_package_date(CDateTime date) const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
     struct Record;
     Record* m_package;
 };

@@ -9,6 +9,10 @@
 class CCopy;
 class CPackage;
 
+namespace oxml {
+class TextWriter;
+}
+
 // Where things stand after a transaction: one CCopy for each filed unit, found again by its
 // filing type and identifier. A copy's type and identifier must not change after add_copy.
 class VELLUMENT_API CStatus : public CStatusBase {
@@ -55,6 +59,9 @@ public:
     void remove_copy_by_type(Vellument::FILING_TYPE type, const char* identifier) const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
     struct Record;
     Record* m_status;
 };

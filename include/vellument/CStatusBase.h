@@ -66,6 +66,11 @@ public:
     std::string get_kxn_path() const;
     void set_kxn_path(const char* path) const;
 
+protected:
+    // The class's own attributes in file order, to a tree's element writer or to a text writer.
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
+
 private:
     struct Record;
     Record* m_base;

@@ -13,6 +13,10 @@ class CPackage;
 class CStatus;
 class CDictionary;
 
+namespace oxml {
+class TextWriter;
+}
+
 // One step of the trail: its action, what was prepared for it (package), what is known
 // afterwards (status) and free notes (dictionary). The transaction owns all three; the getters
 // lend them. There is no copy: build a new transaction from the copy constructors of the parts.
@@ -58,6 +62,11 @@ public:
     attributeDicList getAndFillMap() const;
 
 private:
+    // A save prints the record without a tree.
+    friend class oxml::TextWriter;
+    void write_text(oxml::TextWriter& out) const;
+    template <class Writer>
+    void write_attributes(Writer& writer) const;
     struct Record;
     Record* m_record;
 };
