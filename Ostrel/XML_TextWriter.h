@@ -38,7 +38,7 @@ public:
     void open(const char* name);
     // The attributes of the open element, in file order, as ElementWriter takes them.
     void text(const char* name, const char* value);
-    void text(const char* name, const std::string& value) { text(name, value.c_str()); }
+    void text(const char* name, const std::string& value) { text(name, value.data(), value.size()); }
     void number(const char* name, int value);
     void flag(const char* name, bool value);
     // Whether every attribute of the open element so far could be written here. When not, the
@@ -80,17 +80,23 @@ public:
     void finish();
 
 private:
+    struct TreePrinter;
     struct Frame {
         const char* name;
         bool has_children;
     };
+    void text(const char* name, const char* value, std::size_t size);
     void start_child();
-    void attribute(const char* name, const char* value, std::size_t size);
-    void indent(std::size_t depth);
+    void attribute(const char* name, const char* value, std::size_t size, bool escape);
+    // Room for `size` more bytes at end_.
+    char* room(std::size_t size);
+    void put(const char* text, std::size_t size);
     void flush_if_large();
 
     Ostrel::FileSystemDetail::FileStream& out_;
-    std::string buffer_;
+    std::unique_ptr<char[]> buffer_;
+    std::size_t capacity_ = 0;
+    std::size_t end_ = 0;
     std::size_t mark_ = 0;  // where the open element begins in the buffer
     bool plain_ = true;
     std::vector<Frame> open_;
