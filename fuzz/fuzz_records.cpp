@@ -17,6 +17,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "fuzz/work_dir.h"
+#include "tests/save_sameness.h"
 
 namespace {
 
@@ -27,11 +28,17 @@ struct WorkDir {
     std::string dir;
     std::string file;
     std::string windows;  // the file's name as the application gives it
+    std::string saved;    // where the opened trail is saved again
+    std::string saved_windows;
+    std::string tree;     // where its trees are printed
     WorkDir()
     {
         dir = make_fuzz_work_dir("records");
         file = dir + "/Vellument_W2_2021.XML";
         windows = Ostrel::FileSystem::ToWindowsPath(file.c_str());
+        saved = dir + "/SAVED.XML";
+        saved_windows = Ostrel::FileSystem::ToWindowsPath(saved.c_str());
+        tree = dir + "/tree.xml";
         setenv("VELLUMENT_APPDATA", dir.c_str(), 1);
         Ostrel::Log::SetLevel(0);
         // The reference list is missing here, which the library would tell the user in a box.
@@ -40,6 +47,8 @@ struct WorkDir {
     ~WorkDir()
     {
         std::remove(file.c_str());
+        std::remove(saved.c_str());
+        std::remove(tree.c_str());
         rmdir(dir.c_str());
     }
 };
@@ -50,7 +59,8 @@ const WorkDir& work()
     return dir;
 }
 
-// Opening never writes when read-only; a document without a transaction throws 0.
+// Opening never writes when read-only; a document without a transaction throws 0. What opens is
+// saved again, and the save must print what the records' trees print.
 void open_as_vellument(const uint8_t* data, size_t size)
 {
     const WorkDir& w = work();
@@ -60,7 +70,14 @@ void open_as_vellument(const uint8_t* data, size_t size)
     try {
         vellument.open(w.windows.c_str(), "", "", "", false, true);
     } catch (int) {
+        return;
     }
+    if (vellument.save(w.saved_windows.c_str()) == 0)
+        return;
+    std::string saved;
+    Ostrel::FileSystem::ReadFile(w.saved.c_str(), saved);
+    if (saved != save_sameness::printed_by_the_tree(vellument, w.saved, w.tree))
+        std::abort();
 }
 
 } // namespace

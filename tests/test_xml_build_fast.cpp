@@ -24,6 +24,7 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "log_capture.h"
+#include "save_sameness.h"
 #include "test_util.h"
 
 namespace {
@@ -53,30 +54,6 @@ void fill_form(const CFormBase* form, const std::string& description)
     form->set_krf_filter_number(INT_MIN);
     form->set_krf_filter_number_2(-7);
     form->set_divider_form("x\x7F<&>\"'");
-}
-
-// The file `saved` again as the records' trees print it: the root's attributes read back from the
-// file, then the dictionary's and every transaction's create_xml_node.
-std::string printed_by_the_tree(const CVellument& v, const std::string& saved, const std::string& path)
-{
-    int code = 0;
-    char text[256];
-    Doc read(COXMLDocument::load(saved.c_str(), &code, text, sizeof text));
-    EXPECT_NE(read, nullptr) << text;
-    if (!read)
-        return std::string();
-    Doc tree(COXMLDocument::createDocument());
-    COXMLNode* root = tree->createElement("AuditTrail");
-    std::shared_ptr<COXMLNamedNodeMap> attributes = read->getDocumentElement()->attributes();
-    for (int i = 0; i < attributes->length(); ++i)
-        root->setAttribute(attributes->item(i)->nodeName(), attributes->item(i)->getText());
-    if (!v.get_dictionary()->empty())
-        root->appendChild(v.get_dictionary()->create_xml_node(tree.get()), true);
-    for (int i = 0; i < v.get_transaction_count(); ++i)
-        root->appendChild(v.get_transaction(i)->create_xml_node(tree.get()), true);
-    tree->appendChild(root, true);
-    EXPECT_NE(tree->save(path.c_str()), 0);
-    return testutil::read_file(path);
 }
 
 // A trail whose every level holds, in one transaction or another, a value the text can't carry as
@@ -137,7 +114,7 @@ TEST(XMLBuildFast, SavePrintsWhatTheTreePrints)
             lines = log.lines;
         }
         const std::string saved = testutil::read_file(dir.file("SAVED.XML"));
-        EXPECT_EQ(saved, printed_by_the_tree(v, dir.file("SAVED.XML"), dir.file("tree.xml"))) << ein;
+        EXPECT_EQ(saved, save_sameness::printed_by_the_tree(v, dir.file("SAVED.XML"), dir.file("tree.xml"))) << ein;
         // Each dictionary's refusal is logged once, before the save says it is writing.
         std::vector<std::size_t> refusals;
         std::size_t saving = lines.size();
