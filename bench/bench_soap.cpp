@@ -24,6 +24,7 @@
 #include <vellument/Ostrel_Log.h>
 #include <vellument/eFileSOAPS.h>
 
+#include "Vellument/eFileSOAPS_upload.h"
 #include "Vellument/eFileSOAPS_wire.h"
 #include "bench_memory.h"
 #include "large_vellument.h"
@@ -102,10 +103,10 @@ void uploadText(benchmark::State& state, Memory memory)
     const large_vellument::Fixture& f = fixture();
     for (auto _ : state) {
         releaseFreeMemory(state, memory);
-        CkString text;
+        SoapUpload::Request text;
         if (!SoapWire::upload_text(f.vellument.c_str(), text))
             state.SkipWithError("load failed");
-        benchmark::DoNotOptimize(text.getString());
+        benchmark::DoNotOptimize(text.data());
     }
 }
 void BM_UploadText(benchmark::State& state) { uploadText(state, kWarm); }
