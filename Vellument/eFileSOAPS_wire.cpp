@@ -16,6 +16,7 @@
 #include "Ostrel/LogMacros.h"
 #include "Vellument/eFileSOAPS_reply.h"
 #include "Vellument/eFileSOAPS_upload.h"
+#include "toolkit/CkHttp_Internal.h"
 
 using Ostrel::Format::TextOf;
 
@@ -111,7 +112,7 @@ bool exchange(const char* operation, const char* request, std::size_t size, std:
     http.SetRequestHeader("SOAPAction", (std::string(service_namespace) + operation).c_str());
     http.SetRequestHeader("Content-Type", "text/xml; charset=utf-8");
     const std::string url = get_service_url();
-    std::unique_ptr<CkHttpResponse> response(http.PostXml(url.c_str(), request, "utf-8"));
+    std::unique_ptr<CkHttpResponse> response(CkHttpInternal::postXml(http, url.c_str(), request, size, "utf-8"));
     // The status code is not looked at: a fault comes with 500 and is read like any reply.
     if (!http.LastCallSucceeded()) {
         transport_error = TextOf(http.lastErrorText());
