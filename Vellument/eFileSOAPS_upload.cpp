@@ -322,6 +322,9 @@ private:
 
     bool startTag()
     {
+        // "<!" opens a comment, a CDATA section or a declaration, never an element.
+        if (*p_ == '!')
+            return false;
         const char* name = nameRun();
         if (p_ == name || p_ >= end_ || (!isWhite(*p_) && *p_ != '/' && *p_ != '>'))
             return false;
