@@ -32,7 +32,7 @@ void envelope_parts(const char* operation, const char* ein, const char* form_nam
 // The whole request text of an operation whose parameters are the common four.
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year);
 
-// Posts the request (size bytes, with a zero byte behind them) to the service. True with the
+// Posts the request (size bytes) to the service. True with the
 // reply body when an HTTP reply came, whatever its status; false (logged) with the transport's
 // error text when none did.
 bool exchange(const char* operation, const char* request, std::size_t size, std::string& body,
