@@ -46,7 +46,8 @@ vlmtest::FilingService* service()
         if (mkdtemp(appdata.data()) == nullptr)
             std::abort();
         setenv("VELLUMENT_APPDATA", appdata.c_str(), 1);
-        auto* made = new vlmtest::FilingService();
+        // The large vellument's request is some 30 MB, past the service's default limit.
+        auto* made = new vlmtest::FilingService({"--max-body", std::to_string(std::size_t(256) << 20)});
         made->write_settings(appdata);
         const std::string file = appdata + "/small.VLM";
         std::FILE* f = std::fopen(file.c_str(), "wb");
