@@ -4,6 +4,7 @@
 #include <vellument/eFileSOAPS.h>
 
 #include <vellument/CStatus.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 
 #include "Vellument/eFileSOAPS_reply.h"
@@ -68,15 +69,19 @@ void eFileSOAPS::StoreVellument(const char* ein, const char* formName, const cha
     // One block for the whole request: the file's text is written straight into its place.
     SoapUpload::Request request;
     request.append(head.data(), head.size());
-    if (!SoapWire::upload_text(path, request)) {
+    bool ascii = false;
+    if (!SoapWire::upload_text(path, request, ascii)) {
         error = SoapReply::FILE_NOT_LOADED;
         return;
     }
     request.append(tail.data(), tail.size());
+    // The plain text is ASCII by its making; the caller's values need a look.
+    ascii = ascii && Ostrel::Format::IsAscii(head.data(), head.size()) &&
+            Ostrel::Format::IsAscii(tail.data(), tail.size());
     std::string body;
     std::string transport_error;
     // Without a reply error stays as the caller preset it.
-    if (!SoapWire::exchange(operation, request.data(), request.size(), body, transport_error))
+    if (!SoapWire::exchange(operation, request.data(), request.size(), ascii, body, transport_error))
         return;
     SoapReply::read_store_reply(body.c_str(), error);
 }

@@ -104,7 +104,7 @@ std::string envelope(const char* operation, const char* ein, const char* form_na
     return head + tail;
 }
 
-bool exchange(const char* operation, const char* request, std::size_t size, std::string& body,
+bool exchange(const char* operation, const char* request, std::size_t size, bool ascii, std::string& body,
               std::string& transport_error)
 {
     // A fresh client for each request, left at its defaults.
@@ -112,7 +112,7 @@ bool exchange(const char* operation, const char* request, std::size_t size, std:
     http.SetRequestHeader("SOAPAction", (std::string(service_namespace) + operation).c_str());
     http.SetRequestHeader("Content-Type", "text/xml; charset=utf-8");
     const std::string url = get_service_url();
-    std::unique_ptr<CkHttpResponse> response(CkHttpInternal::postXml(http, url.c_str(), request, size, "utf-8"));
+    std::unique_ptr<CkHttpResponse> response(CkHttpInternal::postXml(http, url.c_str(), request, size, "utf-8", ascii));
     // The status code is not looked at: a fault comes with 500 and is read like any reply.
     if (!http.LastCallSucceeded()) {
         transport_error = TextOf(http.lastErrorText());
@@ -127,10 +127,10 @@ bool call(const char* operation, const char* ein, const char* form_name, const c
           std::string& transport_error)
 {
     const std::string request = envelope(operation, ein, form_name, year);
-    return exchange(operation, request.c_str(), request.size(), body, transport_error);
+    return exchange(operation, request.c_str(), request.size(), false, body, transport_error);
 }
 
-bool upload_text(const char* path, SoapUpload::Request& out)
+bool upload_text(const char* path, SoapUpload::Request& out, bool& ascii)
 {
     const std::size_t start = out.size();
     // The plain shape that the library's own save writes goes straight from the file's bytes to
@@ -161,6 +161,7 @@ bool upload_text(const char* path, SoapUpload::Request& out)
         out.truncate(start);
         out.append(text.getString(), static_cast<std::size_t>(text.getSizeAnsi()));
     }
+    ascii = plain;
     VLOG(3, "[EfileSoaps] Loaded vellument %s\n", TextOf(path).c_str());
     return true;
 }

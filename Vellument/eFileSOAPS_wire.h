@@ -32,10 +32,10 @@ void envelope_parts(const char* operation, const char* ein, const char* form_nam
 // The whole request text of an operation whose parameters are the common four.
 std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year);
 
-// Posts the request (size bytes) to the service. True with the
-// reply body when an HTTP reply came, whatever its status; false (logged) with the transport's
-// error text when none did.
-bool exchange(const char* operation, const char* request, std::size_t size, std::string& body,
+// Posts the request (size bytes; ascii when the caller knows that it is all ASCII) to the
+// service. True with the reply body when an HTTP reply came, whatever its status; false
+// (logged) with the transport's error text when none did.
+bool exchange(const char* operation, const char* request, std::size_t size, bool ascii, std::string& body,
               std::string& transport_error);
 
 // The exchange of one of the three operations whose parameters are the common four.
@@ -43,9 +43,9 @@ bool call(const char* operation, const char* ein, const char* form_name, const c
           std::string& transport_error);
 
 // Appends the vellument file at path as it is uploaded: re-emitted from its parsed tree, without
-// a declaration, entity-encoded. False (logged), with out as it was, when the file can't be
-// loaded.
-bool upload_text(const char* path, SoapUpload::Request& out);
+// a declaration, entity-encoded. ascii tells whether the text is known to be all ASCII, as the
+// plain shape's always is. False (logged), with out as it was, when the file can't be loaded.
+bool upload_text(const char* path, SoapUpload::Request& out, bool& ascii);
 
 } // namespace SoapWire
 

@@ -109,7 +109,8 @@ void uploadText(benchmark::State& state, Memory memory)
         SoapWire::envelope_parts("StoreVellument", kEin, "W2", "2021", kHash, true, head, tail);
         SoapUpload::Request request;
         request.append(head.data(), head.size());
-        if (!SoapWire::upload_text(f.vellument.c_str(), request))
+        bool ascii = false;
+        if (!SoapWire::upload_text(f.vellument.c_str(), request, ascii))
             state.SkipWithError("load failed");
         request.append(tail.data(), tail.size());
         benchmark::DoNotOptimize(request.data());

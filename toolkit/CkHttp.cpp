@@ -84,7 +84,7 @@ bool fromUtf8(const std::string& utf8, const std::string& charset, std::string& 
     return ok;
 }
 
-void makeBody(const char* xml, std::size_t size, const char* charset, Body& body, Trail& trail)
+void makeBody(const char* xml, std::size_t size, bool ascii, const char* charset, Body& body, Trail& trail)
 {
     body.size = xml ? size : 0;
     body.data = xml ? xml : "";
@@ -94,7 +94,7 @@ void makeBody(const char* xml, std::size_t size, const char* charset, Body& body
         cs = "utf-16le";
     const bool asciiBased = cs.empty() || cs == "utf-8" || cs == "utf8" || cs == "windows-1252" || cs == "cp1252" ||
                             cs == "ansi" || cs == "us-ascii" || cs == "iso-8859-1";
-    if (asciiBased && Ostrel::Format::IsAscii(body.data, body.size))
+    if (asciiBased && (ascii || Ostrel::Format::IsAscii(body.data, body.size)))
         return;
     if (cs == "windows-1252" || cs == "cp1252" || cs == "ansi")
         return;
@@ -311,7 +311,7 @@ CkHttpResponse* CkHttp::PostXml(const char* url, const char* xml, const char* ch
 }
 
 CkHttpResponse* CkHttpInternal::postXml(CkHttp& http, const char* url, const char* xml, std::size_t size,
-                                        const char* charset)
+                                        const char* charset, bool ascii)
 {
     CkHttp::Impl* const impl = http.m_impl;
     std::lock_guard<std::mutex> guard(impl->lock);
@@ -322,7 +322,7 @@ CkHttpResponse* CkHttpInternal::postXml(CkHttp& http, const char* url, const cha
     try {
         trail.add("charset", charset ? charset : "");
         Body body;
-        makeBody(xml, size, charset, body, trail);
+        makeBody(xml, size, ascii, charset, body, trail);
         return impl->post(fromAnsi(url), body);
     } catch (const std::bad_alloc&) {
         return impl->fail("Out of memory.");
