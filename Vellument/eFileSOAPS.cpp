@@ -4,10 +4,11 @@
 #include <vellument/eFileSOAPS.h>
 
 #include <vellument/CStatus.h>
-#include <vellument/CkString.h>
+#include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
 
 #include "Vellument/eFileSOAPS_reply.h"
+#include "Vellument/eFileSOAPS_upload.h"
 #include "Vellument/eFileSOAPS_wire.h"
 
 const char* const service_namespace = VELLUMENT_SERVICE_NAMESPACE;
@@ -62,18 +63,25 @@ void eFileSOAPS::StoreVellument(const char* ein, const char* formName, const cha
                                 const char* path, int& error)
 {
     const char operation[] = "StoreVellument";
-    CkString file_text;
-    if (!SoapWire::upload_text(path, file_text)) {
+    std::string head;
+    std::string tail;
+    SoapWire::envelope_parts(operation, ein, formName, year, hash, true, head, tail);
+    // One block for the whole request: the file's text is written straight into its place.
+    SoapUpload::Request request;
+    request.append(head.data(), head.size());
+    bool ascii = false;
+    if (!SoapWire::upload_text(path, request, ascii)) {
         error = SoapReply::FILE_NOT_LOADED;
         return;
     }
-    const std::string request = SoapWire::envelope(operation, ein, formName, year, hash, file_text.getString(),
-                                                   static_cast<std::size_t>(file_text.getSizeAnsi()));
-    file_text.clear();
+    request.append(tail.data(), tail.size());
+    // The plain text is ASCII by its making; the caller's values need a look.
+    ascii = ascii && Ostrel::Format::IsAscii(head.data(), head.size()) &&
+            Ostrel::Format::IsAscii(tail.data(), tail.size());
     std::string body;
     std::string transport_error;
     // Without a reply error stays as the caller preset it.
-    if (!SoapWire::exchange(operation, request, body, transport_error))
+    if (!SoapWire::exchange(operation, request.data(), request.size(), ascii, body, transport_error))
         return;
     SoapReply::read_store_reply(body.c_str(), error);
 }

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include <vellument/CkHttp.h>
 #include <vellument/CkHttpResponse.h>
@@ -14,6 +15,8 @@
 
 #include "Ostrel/LogMacros.h"
 #include "Vellument/eFileSOAPS_reply.h"
+#include "Vellument/eFileSOAPS_upload.h"
+#include "toolkit/CkHttp_Internal.h"
 
 using Ostrel::Format::TextOf;
 
@@ -28,21 +31,18 @@ const char kPrologue[] =
     " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\""
     " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
 const char kEpilogue[] = "></SOAP-ENV:Body></SOAP-ENV:Envelope>";
+const char kFileTextOpen[] = "<m:fileText xsi:type=\"xsd:string\">";
+const char kFileTextClose[] = "</m:fileText>";
 
-void add_parameter(std::string& out, const char* name, const char* value, std::size_t size)
+void add_parameter(std::string& out, const char* name, const std::string& value)
 {
     out += "<m:";
     out += name;
     out += " xsi:type=\"xsd:string\">";
-    out.append(value, size);
+    out += value;
     out += "</m:";
     out += name;
     out += '>';
-}
-
-void add_parameter(std::string& out, const char* name, const std::string& value)
-{
-    add_parameter(out, name, value.data(), value.size());
 }
 
 } // namespace
@@ -68,47 +68,51 @@ std::string normalise_ein(const char* ein)
     return out;
 }
 
-std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
-                     const char* hash, const char* file_text, std::size_t file_size)
+void envelope_parts(const char* operation, const char* ein, const char* form_name, const char* year,
+                    const char* hash, bool with_file, std::string& head, std::string& tail)
 {
     const std::string ein_digits = normalise_ein(ein);
     const std::string form = TextOf(form_name);
     const std::string year_text = TextOf(year);
-    const std::string hash_text = TextOf(hash);
-    // Room for all of it, so that the upload text is copied once and never moved: the tags and
-    // the fixed texts take less than 512 bytes beside the prologue.
-    std::string out;
-    out.reserve(sizeof kPrologue + 512 + 2 * std::strlen(operation) + std::strlen(service_namespace) +
-                std::strlen(access_key) + ein_digits.size() + form.size() + year_text.size() + hash_text.size() +
-                file_size);
-    out += kPrologue;
-    out += "<SOAP-ENV:Body><m:";
-    out += operation;
-    out += " xmlns:m=\"";
-    out += service_namespace;
-    out += "\">";
-    add_parameter(out, "accessKey", access_key);
-    add_parameter(out, "ein", ein_digits);
-    add_parameter(out, "formName", form);
-    add_parameter(out, "year", year_text);
-    if (file_text != nullptr) {
-        add_parameter(out, "hash", hash_text);
-        add_parameter(out, "fileText", file_text, file_size);
+    head.clear();
+    head += kPrologue;
+    head += "<SOAP-ENV:Body><m:";
+    head += operation;
+    head += " xmlns:m=\"";
+    head += service_namespace;
+    head += "\">";
+    add_parameter(head, "accessKey", access_key);
+    add_parameter(head, "ein", ein_digits);
+    add_parameter(head, "formName", form);
+    add_parameter(head, "year", year_text);
+    tail.clear();
+    if (with_file) {
+        add_parameter(head, "hash", TextOf(hash));
+        head += kFileTextOpen;
+        tail += kFileTextClose;
     }
-    out += "</m:";
-    out += operation;
-    out += kEpilogue;
-    return out;
+    tail += "</m:";
+    tail += operation;
+    tail += kEpilogue;
 }
 
-bool exchange(const char* operation, const std::string& request, std::string& body, std::string& transport_error)
+std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year)
+{
+    std::string head;
+    std::string tail;
+    envelope_parts(operation, ein, form_name, year, nullptr, false, head, tail);
+    return head + tail;
+}
+
+bool exchange(const char* operation, const char* request, std::size_t size, bool ascii, std::string& body,
+              std::string& transport_error)
 {
     // A fresh client for each request, left at its defaults.
     CkHttp http;
     http.SetRequestHeader("SOAPAction", (std::string(service_namespace) + operation).c_str());
     http.SetRequestHeader("Content-Type", "text/xml; charset=utf-8");
     const std::string url = get_service_url();
-    std::unique_ptr<CkHttpResponse> response(http.PostXml(url.c_str(), request.c_str(), "utf-8"));
+    std::unique_ptr<CkHttpResponse> response(CkHttpInternal::postXml(http, url.c_str(), request, size, "utf-8", ascii));
     // The status code is not looked at: a fault comes with 500 and is read like any reply.
     if (!http.LastCallSucceeded()) {
         transport_error = TextOf(http.lastErrorText());
@@ -122,28 +126,43 @@ bool exchange(const char* operation, const std::string& request, std::string& bo
 bool call(const char* operation, const char* ein, const char* form_name, const char* year, std::string& body,
           std::string& transport_error)
 {
-    return exchange(operation, envelope(operation, ein, form_name, year), body, transport_error);
+    const std::string request = envelope(operation, ein, form_name, year);
+    return exchange(operation, request.c_str(), request.size(), false, body, transport_error);
 }
 
-bool upload_text(const char* path, CkString& text)
+bool upload_text(const char* path, SoapUpload::Request& out, bool& ascii)
 {
-    {
-        CkXml xml;
-        xml.put_EmitDeclaration(false);
-        if (!xml.LoadXmlFile(path)) {
-            VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
-            VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
-            return false;
-        }
-        // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it is
-        // still that of the file.
-        text.clear();
-        text.append(xml.GetXml());
+    const std::size_t start = out.size();
+    // The plain shape that the library's own save writes goes straight from the file's bytes to
+    // the text; anything else, and a file that can't be read, through the tree.
+    bool plain = false;
+    try {
+        plain = SoapUpload::append_plain_file(path, out);
+    } catch (const std::bad_alloc&) {
+        // The tree's loader reports a lack of memory in its own way.
     }
-    // The tree and its text are gone before the encoded copy is made, so that it can take their
-    // memory.
+    if (!plain) {
+        CkString text;
+        {
+            CkXml xml;
+            xml.put_EmitDeclaration(false);
+            if (!xml.LoadXmlFile(path)) {
+                VLOG(3, "[EfileSoaps] Unable to load xml file %s\n", TextOf(path).c_str());
+                VLOG(3, "[EfileSoaps] Xml Error %s\n", TextOf(xml.lastErrorText()).c_str());
+                return false;
+            }
+            // The tree as the toolkit writes it, not the file's bytes: the hash sent beside it
+            // is still that of the file.
+            text.append(xml.GetXml());
+        }
+        // The tree and its text are gone before the encoded copy is made, so that it can take
+        // their memory.
+        text.entityEncode();
+        out.truncate(start);
+        out.append(text.getString(), static_cast<std::size_t>(text.getSizeAnsi()));
+    }
+    ascii = plain;
     VLOG(3, "[EfileSoaps] Loaded vellument %s\n", TextOf(path).c_str());
-    text.entityEncode();
     return true;
 }
 

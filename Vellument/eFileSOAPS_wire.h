@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <string>
 
-class CkString;
+namespace SoapUpload {
+class Request;
+}
 
 // The URL every request goes to, decided anew from Settings.ini each time.
 std::string get_service_url();
@@ -20,23 +22,30 @@ namespace SoapWire {
 // The EIN without any "-" or blank.
 std::string normalise_ein(const char* ein);
 
-// The request text of an operation. Values go in as they stand, unescaped: only the upload text
-// comes escaped, from upload_text. hash and file_text (file_size bytes) are the two extra
-// parameters of StoreVellument, null for the others.
-std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year,
-                     const char* hash = nullptr, const char* file_text = nullptr, std::size_t file_size = 0);
+// The request text of an operation, in the two parts before and behind the upload text. Values go
+// in as they stand, unescaped: only the upload text comes escaped, from upload_text. With
+// with_file the parts are StoreVellument's, with the hash as its fifth parameter and the file
+// text to go between them; without, head and tail make the whole request.
+void envelope_parts(const char* operation, const char* ein, const char* form_name, const char* year,
+                    const char* hash, bool with_file, std::string& head, std::string& tail);
 
-// Posts the request to the service. True with the reply body when an HTTP reply came, whatever
-// its status; false (logged) with the transport's error text when none did.
-bool exchange(const char* operation, const std::string& request, std::string& body, std::string& transport_error);
+// The whole request text of an operation whose parameters are the common four.
+std::string envelope(const char* operation, const char* ein, const char* form_name, const char* year);
+
+// Posts the request (size bytes; ascii when the caller knows that it is all ASCII) to the
+// service. True with the reply body when an HTTP reply came, whatever its status; false
+// (logged) with the transport's error text when none did.
+bool exchange(const char* operation, const char* request, std::size_t size, bool ascii, std::string& body,
+              std::string& transport_error);
 
 // The exchange of one of the three operations whose parameters are the common four.
 bool call(const char* operation, const char* ein, const char* form_name, const char* year, std::string& body,
           std::string& transport_error);
 
-// The vellument file at path as it is uploaded: re-emitted from its parsed tree, without a
-// declaration, entity-encoded. False (logged) when the file can't be loaded.
-bool upload_text(const char* path, CkString& text);
+// Appends the vellument file at path as it is uploaded: re-emitted from its parsed tree, without
+// a declaration, entity-encoded. ascii tells whether the text is known to be all ASCII, as the
+// plain shape's always is. False (logged), with out as it was, when the file can't be loaded.
+bool upload_text(const char* path, SoapUpload::Request& out, bool& ascii);
 
 } // namespace SoapWire
 

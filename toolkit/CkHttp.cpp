@@ -84,9 +84,9 @@ bool fromUtf8(const std::string& utf8, const std::string& charset, std::string& 
     return ok;
 }
 
-void makeBody(const char* xml, const char* charset, Body& body, Trail& trail)
+void makeBody(const char* xml, std::size_t size, bool ascii, const char* charset, Body& body, Trail& trail)
 {
-    body.size = xml ? std::strlen(xml) : 0;
+    body.size = xml ? size : 0;
     body.data = xml ? xml : "";
     std::string cs = Ostrel::Format::ToLowerAscii(charset ? charset : "");
     // No byte order mark goes out, so the plain names mean little endian without one.
@@ -94,7 +94,7 @@ void makeBody(const char* xml, const char* charset, Body& body, Trail& trail)
         cs = "utf-16le";
     const bool asciiBased = cs.empty() || cs == "utf-8" || cs == "utf8" || cs == "windows-1252" || cs == "cp1252" ||
                             cs == "ansi" || cs == "us-ascii" || cs == "iso-8859-1";
-    if (asciiBased && Ostrel::Format::IsAscii(body.data, body.size))
+    if (asciiBased && (ascii || Ostrel::Format::IsAscii(body.data, body.size)))
         return;
     if (cs == "windows-1252" || cs == "cp1252" || cs == "ansi")
         return;
@@ -307,18 +307,25 @@ void CkHttp::SetRequestHeader(const char* name, const char* value)
 
 CkHttpResponse* CkHttp::PostXml(const char* url, const char* xml, const char* charset)
 {
-    std::lock_guard<std::mutex> guard(m_impl->lock);
-    Trail& trail = m_impl->trail;
+    return CkHttpInternal::postXml(*this, url, xml, xml ? std::strlen(xml) : 0, charset);
+}
+
+CkHttpResponse* CkHttpInternal::postXml(CkHttp& http, const char* url, const char* xml, std::size_t size,
+                                        const char* charset, bool ascii)
+{
+    CkHttp::Impl* const impl = http.m_impl;
+    std::lock_guard<std::mutex> guard(impl->lock);
+    Trail& trail = impl->trail;
     trail.clear();
     trail.enter("PostXml");
-    m_impl->lastSucceeded = false;
+    impl->lastSucceeded = false;
     try {
         trail.add("charset", charset ? charset : "");
         Body body;
-        makeBody(xml, charset, body, trail);
-        return m_impl->post(fromAnsi(url), body);
+        makeBody(xml, size, ascii, charset, body, trail);
+        return impl->post(fromAnsi(url), body);
     } catch (const std::bad_alloc&) {
-        return m_impl->fail("Out of memory.");
+        return impl->fail("Out of memory.");
     }
 }
 

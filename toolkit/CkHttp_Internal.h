@@ -9,6 +9,19 @@
 #include <string>
 #include <vector>
 
+#include <vellument/export.h>
+
+class CkHttp;
+class CkHttpResponse;
+
+// PostXml for a body whose size the caller knows: the body is neither measured again nor, when
+// it is ASCII, copied; ascii says the caller knows it is, so that it isn't scanned for that
+// either. The library's large requests go this way.
+struct CkHttpInternal {
+    VELLUMENT_API static CkHttpResponse* postXml(CkHttp& http, const char* url, const char* xml, std::size_t size,
+                                                 const char* charset, bool ascii = false);
+};
+
 namespace ckhttp {
 
 // Readable multi-line trail of one call: an indented block per operation entered.

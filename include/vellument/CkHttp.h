@@ -58,6 +58,8 @@ public:
     void put_RequireSslCertVerify(bool require);
 
 private:
+    // The library's own way in, for a body that it already holds with its size.
+    friend struct CkHttpInternal;
     struct Impl;
     Impl* m_impl;
 };
