@@ -7,7 +7,6 @@
 #include "Vellument/eFileSOAPS_upload.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,34 +16,15 @@
 #include <string_view>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
 
-#include "Ostrel/FileSystem_Paths.h"
+#include "Ostrel/FileSystem_Bulk.h"
 #include "toolkit/CkXml_Convert.h"
 
 namespace SoapUpload {
-namespace {
-
-// Large buffers are filled once from start to end: huge pages spare them most of the faults.
-void adviseHugePages(void* data, std::size_t size)
-{
-    const std::size_t huge = std::size_t(2) << 20;
-    if (size < 4 * huge)
-        return;
-    const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(data) + huge - 1) & ~(huge - 1);
-    const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(huge - 1);
-    if (end > begin)
-        ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
-} // namespace
 
 Request::~Request()
 {
@@ -67,7 +47,7 @@ void Request::reserve(std::size_t capacity)
         throw std::bad_alloc();
     data_ = grown;
     capacity_ = capacity;
-    adviseHugePages(data_, capacity_);
+    Ostrel::FileSystemDetail::AdviseHugePages(data_, capacity_);
 }
 
 void Request::append(const char* text, std::size_t n)
@@ -523,54 +503,6 @@ private:
     bool pending_ = false;                // the innermost open start tag still lacks its ">"
 };
 
-// The bytes of a file, read once into memory that is not zero-filled first.
-struct FileBytes {
-    std::unique_ptr<char[]> data;
-    std::size_t size = 0;
-};
-
-// False when the file can't be read whole here; the tree's loader then tries and tells why. The
-// thread's last error is left alone, as that loader is the one to set it.
-bool readFile(const char* path, FileBytes& bytes)
-{
-    std::string disk;
-    if (path == nullptr || Ostrel::FileSystemDetail::MapPathQuiet(path, disk) != Ostrel::FileSystemDetail::MapResult::OK)
-        return false;
-    const int saved = errno;
-    int fd;
-    do {
-        // Without blocking: a FIFO in the file's place must not hang the upload.
-        fd = ::open(disk.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    } while (fd < 0 && errno == EINTR);
-    bool ok = false;
-    struct stat st;
-    if (fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 &&
-        static_cast<unsigned long long>(st.st_size) <= kMaxFileSize) {
-        const std::size_t expected = static_cast<std::size_t>(st.st_size);
-        // One byte more than the file claims, so that a file that grew meanwhile shows.
-        bytes.data.reset(new char[expected + 1]);
-        adviseHugePages(bytes.data.get(), expected + 1);
-        std::size_t have = 0;
-        for (;;) {
-            const ssize_t n = ::read(fd, bytes.data.get() + have, expected + 1 - have);
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0) {
-                ok = n == 0;
-                break;
-            }
-            have += static_cast<std::size_t>(n);
-            if (have > expected)
-                break;
-        }
-        bytes.size = have;
-    }
-    if (fd >= 0)
-        ::close(fd);
-    errno = saved;
-    return ok;
-}
-
 } // namespace
 
 bool append_plain_text(const char* data, std::size_t size, Request& out)
@@ -592,12 +524,14 @@ bool append_plain_text(const char* data, std::size_t size, Request& out)
 
 bool append_plain_file(const char* path, Request& out)
 {
-    FileBytes bytes;
-    if (!readFile(path, bytes))
+    // False when the file can't be read whole here; the tree's loader then tries and tells why.
+    std::unique_ptr<char[]> data;
+    std::size_t size = 0;
+    if (!Ostrel::FileSystemDetail::ReadRegularFileQuiet(path, kMaxFileSize, data, size))
         return false;
     // The text is about half as large again as the file: room for that, so that it rarely grows.
-    out.reserve(out.size() + bytes.size + bytes.size / 2 + 4096);
-    return append_plain_text(bytes.data.get(), bytes.size, out);
+    out.reserve(out.size() + size + size / 2 + 4096);
+    return append_plain_text(data.get(), size, out);
 }
 
 } // namespace SoapUpload
