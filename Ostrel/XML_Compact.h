@@ -40,23 +40,23 @@ public:
     enum Outcome {
         kBuilt,    // the tree holds the text, which it took over
         kNotHeld,  // the text holds what the tree doesn't keep; the bytes are as they were
-        kFailed    // the text is not what the check passes; the bytes are spent
+        kFailed    // the text is not well-formed (check tells why); the bytes are spent
     };
-    // Builds the tree of UTF-8 text that check_well_formed passed, with its result. Not held: a
-    // DOCTYPE, text other than white space, CDATA, namespaces, or a size past what offsets hold.
-    // Names and values are decoded in place.
-    Outcome build(std::string& bytes, const WellFormedResult& check);
+    // Checks UTF-8 text as check_well_formed does, with the same result in check, and builds the
+    // tree in the same pass. Not held: a DOCTYPE, text other than white space, CDATA, namespaces,
+    // or a size past what offsets hold. Values are decoded in place.
+    Outcome build(std::string& bytes, WellFormedResult& check);
 
     std::uint32_t size() const { return static_cast<std::uint32_t>(elements_.size()) - 1; }
     const Element& element(std::uint32_t i) const { return elements_[i]; }
-    const char* name_of(std::uint32_t i) const { return names_[elements_[i].name].c_str(); }
+    const char* name_of(std::uint32_t i) const { return name_texts_[elements_[i].name]; }
 
     // The index of an element name, or kNone when no element has it.
     std::uint32_t name_index(const char* utf8) const;
 
     std::uint32_t attributes_begin(std::uint32_t i) const { return elements_[i].first_attribute; }
     std::uint32_t attributes_end(std::uint32_t i) const { return elements_[i + 1].first_attribute; }
-    const char* attribute_name(std::uint32_t a) const { return text_.data() + attributes_[a].name; }
+    const char* attribute_name(std::uint32_t a) const { return name_texts_[attributes_[a].name]; }
     const char* attribute_value(std::uint32_t a) const { return text_.data() + attributes_[a].value; }
 
     // The attribute of that name on element i, looked for from the attribute `from` on and then
@@ -80,6 +80,7 @@ public:
 
 private:
     friend class CompactBuilder;
+    friend class Checker;  // fills the tree while it checks the text
 
     static bool same_name(const char* a, const char* b, bool* wide)
     {
@@ -95,18 +96,24 @@ private:
     }
 
     struct Attribute {
-        std::uint32_t name;   // offsets of NUL-terminated texts in text_
-        std::uint32_t value;
+        std::uint32_t name;   // index of the name, as for elements
+        std::uint32_t value;  // offset of its NUL-terminated text in text_
     };
 
     std::uint32_t intern(const char* name, std::size_t length);
-    Outcome fail();
+    void clear();
+    // Gives a checked text's bytes back as they were before the check wrote into them.
+    void restore(std::string& bytes);
+    // Makes the recorded tree final over its text: values decoded, the text taken over.
+    Outcome finish_recording(std::string& bytes);
 
     std::string text_;
     std::vector<Element> elements_;  // with one more at the end, that closes the last one's attributes
     std::vector<Attribute> attributes_;
-    std::deque<std::string> names_;
+    std::deque<std::string> names_;                                     // element and attribute names
+    std::vector<const char*> name_texts_;                               // names_ as texts, by index
     std::unordered_map<std::string_view, std::uint32_t> name_indexes_;  // views of names_
+    std::vector<std::uint32_t> to_decode_;  // attributes whose values hold references or white space
 };
 
 // A compact tree built element by element from UTF-8 texts, for a tree made elsewhere that is
@@ -157,7 +164,7 @@ private:
     bool held_ = true;
     bool ascii_ = true;
     std::uint32_t skipped_ = 0;  // depth inside a second root, which is left out
-    // The attribute names' offsets in the text, each name stored once, by hash (open addressing).
+    // The attribute names' indexes, by hash (open addressing): a name is interned once.
     std::vector<std::uint32_t> name_slots_;
     std::size_t name_count_ = 0;
 };
