@@ -59,21 +59,20 @@ public:
     const char* attribute_name(std::uint32_t a) const { return name_texts_[attributes_[a].name]; }
     const char* attribute_value(std::uint32_t a) const { return text_.data() + attributes_[a].value; }
 
-    // The attribute of that name on element i, looked for from the attribute `from` on and then
-    // from the element's first; kNone when it has none. An element holds a name once, so where
-    // the search starts doesn't change what it finds. *wide tells whether the name that matched
-    // has a byte from 0x80 on.
-    std::uint32_t find_attribute(std::uint32_t i, const char* utf8_name, std::uint32_t from, bool* wide) const
+    // The attribute of that name index on element i, looked for from the attribute `from` on and
+    // then from the element's first; kNone when it has none. An element holds a name once, so
+    // where the search starts doesn't change what it finds.
+    std::uint32_t find_attribute(std::uint32_t i, std::uint32_t name, std::uint32_t from) const
     {
         const std::uint32_t begin = attributes_begin(i);
         const std::uint32_t end = attributes_end(i);
         if (from < begin || from > end)
             from = begin;
         for (std::uint32_t a = from; a < end; ++a)
-            if (same_name(attribute_name(a), utf8_name, wide))
+            if (attributes_[a].name == name)
                 return a;
         for (std::uint32_t a = begin; a < from; ++a)
-            if (same_name(attribute_name(a), utf8_name, wide))
+            if (attributes_[a].name == name)
                 return a;
         return kNone;
     }
@@ -81,19 +80,6 @@ public:
 private:
     friend class CompactBuilder;
     friend class Checker;  // fills the tree while it checks the text
-
-    static bool same_name(const char* a, const char* b, bool* wide)
-    {
-        unsigned char bits = 0;
-        for (; *a == *b; ++a, ++b) {
-            if (*a == '\0') {
-                *wide = (bits & 0x80) != 0;
-                return true;
-            }
-            bits |= static_cast<unsigned char>(*a);
-        }
-        return false;
-    }
 
     struct Attribute {
         std::uint32_t name;   // index of the name, as for elements

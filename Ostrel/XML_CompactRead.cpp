@@ -1,5 +1,7 @@
 // The reading operations of the XML interface on a document held as a compact tree.
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -10,6 +12,9 @@ using oxml::CompactTree;
 void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
 {
     compact = std::move(tree);
+    // Name indexes are the tree's own.
+    for (AskedName& asked : asked_names)
+        asked = AskedName();
     compact_elements.make(this, compact->size());
 }
 
@@ -34,18 +39,36 @@ std::uint32_t element_or_root(std::uint32_t element)
 
 } // namespace
 
+std::uint32_t COXMLDocumentData::compact_name_index(const char* name)
+{
+    AskedName& asked = asked_names[(reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ull) >> 58];
+    if (asked.at == name && std::strcmp(asked.text, name) == 0)
+        return asked.index;
+    // An ASCII name, as the records' all are, is the same in UTF-8.
+    const std::size_t length = std::strlen(name);
+    std::uint32_t index;
+    if (oxml::is_ascii(name, length)) {
+        index = compact->name_index(name);
+    } else {
+        oxml::InText utf8(name);
+        index = compact->name_index(utf8.c_str());
+    }
+    if (length < sizeof asked.text) {
+        asked.at = name;
+        asked.index = index;
+        std::memcpy(asked.text, name, length + 1);
+    }
+    return index;
+}
+
 const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, const char* name)
 {
     element = element_or_root(element);
+    const std::uint32_t index = compact_name_index(name);
+    if (index == CompactTree::kNone)
+        return "";
     const std::uint32_t from = element == compact_hint_element ? compact_hint_next : compact->attributes_begin(element);
-    // The name is looked for as it stands: an ASCII name, as the records' all are, is the same in
-    // UTF-8. Any other is looked for in UTF-8, when it matched as it stands or wasn't found.
-    bool wide = false;
-    std::uint32_t found = compact->find_attribute(element, name, from, &wide);
-    if (found == CompactTree::kNone ? !oxml::is_ascii(name) : wide) {
-        oxml::InText utf8(name);
-        found = compact->find_attribute(element, utf8.c_str(), from, &wide);
-    }
+    const std::uint32_t found = compact->find_attribute(element, index, from);
     if (found == CompactTree::kNone)
         return "";
     compact_hint_element = element;
@@ -76,8 +99,7 @@ std::shared_ptr<COXMLNamedNodeMap> COXMLDocumentData::compact_attributes_of(std:
 
 COXMLNode* COXMLDocumentData::compact_child(std::uint32_t element, const char* name)
 {
-    oxml::InText utf8(name);
-    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    const std::uint32_t wanted = compact_name_index(name);
     if (wanted == CompactTree::kNone)
         return nullptr;
     if (element == kCompactDocument)
@@ -91,8 +113,7 @@ COXMLNode* COXMLDocumentData::compact_child(std::uint32_t element, const char* n
 
 std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_children(std::uint32_t element, const char* name)
 {
-    oxml::InText utf8(name);
-    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    const std::uint32_t wanted = compact_name_index(name);
     if (wanted == CompactTree::kNone)
         return std::shared_ptr<COXMLNodeList>();
     std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
@@ -113,9 +134,8 @@ std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_children(std::uint32_t
 std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::uint32_t element, const char* name)
 {
     std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
-    oxml::InText utf8(name);
-    const bool any = utf8.c_str()[0] == '*' && utf8.c_str()[1] == '\0';
-    const std::uint32_t wanted = any ? CompactTree::kNone : compact->name_index(utf8.c_str());
+    const bool any = name[0] == '*' && name[1] == '\0';
+    const std::uint32_t wanted = any ? CompactTree::kNone : compact_name_index(name);
     if (!any && wanted == CompactTree::kNone)
         return list;
     // The descendants are the elements that follow up to the end of the subtree.

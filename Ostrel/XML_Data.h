@@ -314,6 +314,19 @@ struct COXMLDocumentData {
     std::uint32_t compact_hint_element = kNotCompact;
     std::uint32_t compact_hint_next = 0;
 
+    // The tree's index of a name asked for in the interface's code page, kNotCompact when no
+    // element or attribute has it.
+    std::uint32_t compact_name_index(const char* name);
+    // Callers ask with a few constant names: each is looked up in the tree once, and after that
+    // known by where it stands, as long as the text there is still the same.
+    struct AskedName {
+        const char* at = nullptr;
+        std::uint32_t index = kNotCompact;
+        char text[44];
+    };
+    static constexpr std::size_t kAskedNames = 64;
+    AskedName asked_names[kAskedNames];
+
     ~COXMLDocumentData()
     {
         for (std::size_t c = 0; c < chunks.size(); ++c) {
