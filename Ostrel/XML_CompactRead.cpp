@@ -5,6 +5,10 @@
 #include <memory>
 #include <utility>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "Ostrel/XML_Data.h"
 
 using oxml::CompactTree;
@@ -13,8 +17,7 @@ void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
 {
     compact = std::move(tree);
     // Name indexes are the tree's own.
-    for (AskedName& asked : asked_names)
-        asked = AskedName();
+    asked_names.reset(new AskedName[kAskedNames]);
     compact_elements.make(this, compact->size());
 }
 
@@ -39,10 +42,41 @@ std::uint32_t element_or_root(std::uint32_t element)
 
 } // namespace
 
+namespace {
+
+// Whether the text at name is the one kept (its length bytes and the NUL). Up to 16 bytes are
+// compared at once where they lie in one page: bytes past the name's end may be read but never
+// decide, as the name's NUL differs from the kept text's byte there.
+#ifdef __SSE2__
+__attribute__((no_sanitize_address)) bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
+{
+    const std::size_t size = kept.length + 1;
+    for (std::size_t i = 0; i < size; i += 16) {
+        const char* p = name + i;
+        if ((reinterpret_cast<std::uintptr_t>(p) & 4095) > 4096 - 16)
+            return std::strcmp(name, kept.text) == 0;
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i*>(kept.text + i));
+        const unsigned equal = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+        const unsigned wanted = size - i >= 16 ? 0xFFFFu : (1u << (size - i)) - 1;
+        if ((equal & wanted) != wanted)
+            return false;
+    }
+    return true;
+}
+#else
+bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
+{
+    return std::strcmp(name, kept.text) == 0;
+}
+#endif
+
+} // namespace
+
 std::uint32_t COXMLDocumentData::compact_name_index(const char* name)
 {
-    AskedName& asked = asked_names[(reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ull) >> 58];
-    if (asked.at == name && std::strcmp(asked.text, name) == 0)
+    AskedName& asked = asked_names[(reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ull) >> 56];
+    if (asked.at == name && is_kept_name(name, asked))
         return asked.index;
     // An ASCII name, as the records' all are, is the same in UTF-8.
     const std::size_t length = std::strlen(name);
@@ -54,9 +88,11 @@ std::uint32_t COXMLDocumentData::compact_name_index(const char* name)
         index = compact->name_index(utf8.c_str());
     }
     if (length < sizeof asked.text) {
+        asked = AskedName();
         asked.at = name;
         asked.index = index;
-        std::memcpy(asked.text, name, length + 1);
+        asked.length = static_cast<std::uint32_t>(length);
+        std::memcpy(asked.text, name, length);
     }
     return index;
 }

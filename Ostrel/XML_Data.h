@@ -322,10 +322,11 @@ struct COXMLDocumentData {
     struct AskedName {
         const char* at = nullptr;
         std::uint32_t index = kNotCompact;
-        char text[44];
+        std::uint32_t length = 0;
+        alignas(16) char text[48] = {};  // the name, zeros after it
     };
-    static constexpr std::size_t kAskedNames = 64;
-    AskedName asked_names[kAskedNames];
+    static constexpr std::size_t kAskedNames = 256;
+    std::unique_ptr<AskedName[]> asked_names;
 
     ~COXMLDocumentData()
     {

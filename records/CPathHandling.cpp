@@ -47,7 +47,9 @@ const char* company_dir_end(const char* text)
     const char* at = nullptr;
     const char* drafts = nullptr;
     const char* last = nullptr;
-    for (const char* p = std::strchr(text, '\\'); p != nullptr; p = std::strchr(p + 1, '\\')) {
+    for (const char* p = text; *p != '\0'; ++p) {
+        if (*p != '\\')
+            continue;
         if (begins_with(p + 1, "Histories\\")) {
             at = p;
             break;
