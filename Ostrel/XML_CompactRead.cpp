@@ -181,7 +181,14 @@ std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::u
     std::size_t count = any ? end - begin : 0;
     for (std::uint32_t e = begin; !any && e < end; ++e)
         count += compact->element(e).name == wanted;
-    std::vector<COXMLNode*>& out = list->items_->nodes;
+    COXMLNodeList::Items& items = *list->items_;
+    if (count <= COXMLNodeList::Items::kFew) {
+        for (std::uint32_t e = begin; items.few_count < count; ++e)
+            if (any || compact->element(e).name == wanted)
+                items.few[items.few_count++] = compact_elements.at(e);
+        return list;
+    }
+    std::vector<COXMLNode*>& out = items.nodes;
     out.reserve(count);
     for (std::uint32_t e = begin; e < end; ++e)
         if (any || compact->element(e).name == wanted)

@@ -125,6 +125,14 @@ private:
 
 struct COXMLNodeList::Items {
     std::vector<COXMLNode*> nodes;
+    // A short list whose length is known when it is made stands here instead, and nodes stays
+    // empty: the readers make many lists of a few elements each.
+    static constexpr std::size_t kFew = 6;
+    std::size_t few_count = 0;
+    COXMLNode* few[kFew];
+
+    std::size_t size() const { return few_count != 0 ? few_count : nodes.size(); }
+    COXMLNode* at(std::size_t i) const { return few_count != 0 ? few[i] : nodes[i]; }
 };
 
 // ---------------------------------------------------------------------------------------------
