@@ -18,6 +18,7 @@
 #include "Ostrel/XML_WellFormed.h"
 
 class COXMLDocument;
+class COXMLNode;
 
 namespace oxml {
 
@@ -58,6 +59,7 @@ public:
     std::uint32_t attributes_end(std::uint32_t i) const { return elements_[i + 1].first_attribute; }
     const char* attribute_name(std::uint32_t a) const { return name_texts_[attributes_[a].name]; }
     const char* attribute_value(std::uint32_t a) const { return text_.data() + attributes_[a].value; }
+    std::uint32_t attribute_name_index(std::uint32_t a) const { return attributes_[a].name; }
 
     // The attribute of that name index on element i, looked for from the attribute `from` on and
     // then from the element's first; kNone when it has none. An element holds a name once, so
@@ -154,6 +156,27 @@ private:
     std::vector<std::uint32_t> name_slots_;
     std::size_t name_count_ = 0;
 };
+
+// The attributes that a reader reads from one kind of element, by name: a table of constant names
+// in an array that lives as long as the process, at most kMaxAttributeNames and each once. A
+// document knows the names of a table it has answered by the array's address.
+struct AttributeNames {
+    const char* const* names;
+    std::size_t count;
+};
+constexpr std::size_t kMaxAttributeNames = 16;
+
+template <std::size_t N>
+constexpr AttributeNames attribute_names(const char* const (&names)[N])
+{
+    static_assert(N <= kMaxAttributeNames, "more names than a node's texts keep at once");
+    return AttributeNames{names, N};
+}
+
+// What node->getAttribute gives for each name of the table, all at once into values (count
+// entries): readers that read many attributes of an element look its attributes over once. The
+// texts may be read until the next reading call on the document.
+void get_attributes(const COXMLNode* node, const AttributeNames& table, const char** values);
 
 // A read-only document over a finished compact tree, as load_for_reading gives for a file, or
 // null for a null tree; ascii tells that every name and value in it is ASCII.

@@ -18,6 +18,7 @@ void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
     compact = std::move(tree);
     // Name indexes are the tree's own.
     asked_names.reset(new AskedName[kAskedNames]);
+    name_tables.clear();
     compact_elements.make(this, compact->size());
 }
 
@@ -110,6 +111,54 @@ const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, cons
     compact_hint_element = element;
     compact_hint_next = found + 1;
     return out(compact->attribute_value(found));
+}
+
+const COXMLDocumentData::NameTable& COXMLDocumentData::name_table(const oxml::AttributeNames& table)
+{
+    for (const NameTable& known : name_tables)
+        if (known.names == table.names && known.count == table.count)
+            return known;
+    NameTable made{table.names, table.count, std::vector<std::uint8_t>()};
+    for (std::size_t i = 0; i < table.count; ++i) {
+        const std::uint32_t index = compact_name_index(table.names[i]);
+        if (index == CompactTree::kNone)
+            continue;
+        if (index >= made.entry_of.size())
+            made.entry_of.resize(index + 1, kNoEntry);
+        if (made.entry_of[index] == kNoEntry)
+            made.entry_of[index] = static_cast<std::uint8_t>(i);
+    }
+    name_tables.push_back(std::move(made));
+    return name_tables.back();
+}
+
+void COXMLDocumentData::compact_get_attributes(std::uint32_t element, const oxml::AttributeNames& table,
+                                               const char** values)
+{
+    element = element_or_root(element);
+    const std::vector<std::uint8_t>& entry_of = name_table(table).entry_of;
+    for (std::size_t i = 0; i < table.count; ++i)
+        values[i] = "";
+    const std::uint32_t end = compact->attributes_end(element);
+    for (std::uint32_t a = compact->attributes_begin(element); a < end; ++a) {
+        const std::uint32_t name = compact->attribute_name_index(a);
+        if (name < entry_of.size() && entry_of[name] != kNoEntry)
+            values[entry_of[name]] = out(compact->attribute_value(a));
+    }
+}
+
+void oxml::get_attributes(const COXMLNode* node, const AttributeNames& table, const char** values)
+{
+    if (node != nullptr && table.count <= kMaxAttributeNames) {
+        COXMLDocumentData& data = *COXMLDocumentData::owner_of(node);
+        const std::uint32_t element = data.compact_element_of(node);
+        if (element != COXMLDocumentData::kNotCompact) {
+            data.compact_get_attributes(element, table, values);
+            return;
+        }
+    }
+    for (std::size_t i = 0; i < table.count; ++i)
+        values[i] = node != nullptr ? node->getAttribute(table.names[i]) : "";
 }
 
 const char* COXMLDocumentData::compact_node_name(std::uint32_t element)

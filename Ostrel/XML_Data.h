@@ -336,6 +336,19 @@ struct COXMLDocumentData {
     static constexpr std::size_t kAskedNames = 256;
     std::unique_ptr<AskedName[]> asked_names;
 
+    // The readers' tables of names, each resolved once: for each name index of the tree, the
+    // table's entry that has it, or kNoEntry.
+    struct NameTable {
+        const char* const* names;
+        std::size_t count;
+        std::vector<std::uint8_t> entry_of;
+    };
+    static constexpr std::uint8_t kNoEntry = 0xFF;
+    std::vector<NameTable> name_tables;
+    const NameTable& name_table(const oxml::AttributeNames& table);
+    // get_attributes on an element of the compact tree.
+    void compact_get_attributes(std::uint32_t element, const oxml::AttributeNames& table, const char** values);
+
     ~COXMLDocumentData()
     {
         for (std::size_t c = 0; c < chunks.size(); ++c) {
@@ -561,6 +574,7 @@ struct COXMLDocumentData {
     {
         return static_cast<const COXMLNode*>(document)->owner_;
     }
+    static COXMLDocumentData* owner_of(const COXMLNode* node) { return node->owner_; }
 };
 
 #endif
