@@ -150,7 +150,10 @@ void CompactTree::restore(std::string& bytes)
         char* value = &bytes[a.value];
         value[std::strlen(value)] = value[-1];
     }
+    // The parser's tree comes next: the room kept for this one goes first.
     clear();
+    std::vector<Element>().swap(elements_);
+    std::vector<Attribute>().swap(attributes_);
 }
 
 CompactTree::Outcome CompactTree::finish_recording(std::string& bytes)
@@ -194,7 +197,7 @@ void CompactBuilder::reserve(std::size_t elements, std::size_t attributes, std::
         return;
     tree_->elements_.reserve(elements + 1);
     tree_->attributes_.reserve(attributes);
-    // The values with their NULs, and the names, which are few.
+    // The values with their NULs.
     tree_->text_.reserve(std::min(value_bytes + attributes + 4096, kMaxText));
 }
 

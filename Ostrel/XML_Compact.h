@@ -2,9 +2,10 @@
 #define VELLUMENT_OSTREL_XML_COMPACT_H
 
 // A read-only tree of a checked document, for readers that only look up attributes and elements
-// by name: elements in document order in one array, attributes in another, their names and
-// values as texts in the document's own bytes. A fraction of the parser's tree in memory, and
-// finding the descendants of a name is a scan of a range of small integers.
+// by name: elements in document order in one array, attributes in another, names as small
+// integers into one table and values as texts in the document's own bytes. A fraction of the
+// parser's tree in memory, and finding the descendants of a name is a scan of a range of small
+// integers.
 
 #include <cstddef>
 #include <cstdint>
@@ -52,7 +53,7 @@ public:
     const Element& element(std::uint32_t i) const { return elements_[i]; }
     const char* name_of(std::uint32_t i) const { return name_texts_[elements_[i].name]; }
 
-    // The index of an element name, or kNone when no element has it.
+    // The index of a name, of elements and attributes alike, or kNone when none has it.
     std::uint32_t name_index(const char* utf8) const;
 
     std::uint32_t attributes_begin(std::uint32_t i) const { return elements_[i].first_attribute; }
