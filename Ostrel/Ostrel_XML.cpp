@@ -95,15 +95,15 @@ COXMLNodeList::~COXMLNodeList() = default;
 
 int COXMLNodeList::length()
 {
-    std::size_t n = items_->nodes.size();
+    std::size_t n = items_->size();
     return n > static_cast<std::size_t>(INT32_MAX) ? INT32_MAX : static_cast<int>(n);
 }
 
 COXMLNode* COXMLNodeList::item(int index)
 {
-    if (index < 0 || static_cast<std::size_t>(index) >= items_->nodes.size())
+    if (index < 0 || static_cast<std::size_t>(index) >= items_->size())
         return nullptr;
-    return items_->nodes[static_cast<std::size_t>(index)];
+    return items_->at(static_cast<std::size_t>(index));
 }
 
 COXMLNamedNodeMap::COXMLNamedNodeMap() = default;

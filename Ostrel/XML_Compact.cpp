@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include "Ostrel/XML_Data.h"
+#include "Ostrel/XML_WellFormed_Checker.h"
 
 namespace oxml {
 
@@ -16,76 +13,6 @@ namespace {
 using Byte = unsigned char;
 
 const std::size_t kMaxText = 0xFFFFFFF0u;  // offsets into the text are 32 bits
-
-bool is_space(Byte c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-// Past a name. The text is checked, so a name ends at the first blank, '=', '/' or '>' (or at the
-// NUL after the text), whatever bytes it holds; 16 bytes are looked at a time where there are.
-inline const Byte* skip_name(const Byte* p, const Byte* end)
-{
-#ifdef __SSE2__
-    while (end - p >= 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i low = _mm_cmpeq_epi8(_mm_min_epu8(x, _mm_set1_epi8(0x20)), x);
-        const __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8('=')),
-                                                        _mm_cmpeq_epi8(x, _mm_set1_epi8('/'))),
-                                           _mm_cmpeq_epi8(x, _mm_set1_epi8('>')));
-        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(low, marks)));
-        if (mask != 0)
-            return p + __builtin_ctz(mask);
-        p += 16;
-    }
-#endif
-    while (*p > 0x20 && *p != '=' && *p != '/' && *p != '>')
-        ++p;
-    return p;
-}
-
-// Where a value in the given quote ends, or stops at a byte that needs decoding: '&' or a tab,
-// line end or CR (the only bytes under 0x20 that the check lets through).
-inline const Byte* skip_value(const Byte* p, const Byte* end, Byte quote)
-{
-#ifdef __SSE2__
-    while (end - p >= 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(x, _mm_set1_epi8(0x1F)), x);
-        const __m128i marks = _mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8(static_cast<char>(quote))),
-                                           _mm_cmpeq_epi8(x, _mm_set1_epi8('&')));
-        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(control, marks)));
-        if (mask != 0)
-            return p + __builtin_ctz(mask);
-        p += 16;
-    }
-#endif
-    while (*p >= 0x20 && *p != quote && *p != '&')
-        ++p;
-    return p;
-}
-
-const Byte* skip_spaces(const Byte* p)
-{
-    while (is_space(*p))
-        ++p;
-    return p;
-}
-
-// Past the first occurrence of the marker at or after p, or end.
-const Byte* past(const Byte* p, const Byte* end, const char* marker)
-{
-    const std::size_t n = std::strlen(marker);
-    for (;;) {
-        const void* hit = std::memchr(p, marker[0], static_cast<std::size_t>(end - p));
-        if (hit == nullptr)
-            return end;
-        p = static_cast<const Byte*>(hit);
-        if (static_cast<std::size_t>(end - p) >= n && std::memcmp(p, marker, n) == 0)
-            return p + n;
-        ++p;
-    }
-}
 
 std::uint32_t hex_digit(Byte c)
 {
@@ -165,74 +92,6 @@ void decode_value(Byte* p, Byte* stop)
     *out = '\0';
 }
 
-// Past the start tag at open, read by its grammar: a '>' may stand inside a value.
-const Byte* past_start_tag(const Byte* open, const Byte* end)
-{
-    const Byte* p = open + 1;
-    while (p < end && !is_space(*p) && *p != '>' && *p != '/')
-        ++p;
-    for (;;) {
-        while (p < end && is_space(*p))
-            ++p;
-        if (p >= end)
-            return end;
-        if (*p == '>')
-            return p + 1;
-        if (*p == '/')
-            return p + 2 <= end ? p + 2 : end;
-        while (p < end && *p != '"' && *p != '\'')
-            ++p;
-        if (p >= end)
-            return end;
-        const void* close = std::memchr(p + 1, *p, static_cast<std::size_t>(end - p - 1));
-        if (close == nullptr)
-            return end;
-        p = static_cast<const Byte*>(close) + 1;
-    }
-}
-
-// Whether the text has nothing a compact tree doesn't keep: no DOCTYPE, no CDATA, and outside
-// markup white space only. A tag is taken to end at the first '>': where that one stands inside a
-// value, what follows it isn't blank, and the tag is read again by its grammar.
-bool holds_no_text(const std::string& bytes)
-{
-    const Byte* p = reinterpret_cast<const Byte*>(bytes.data());
-    const Byte* const end = p + bytes.size();
-    const Byte* guessed = nullptr;  // the start tag whose end was taken at its first '>'
-    for (;;) {
-        const Byte* open = static_cast<const Byte*>(std::memchr(p, '<', static_cast<std::size_t>(end - p)));
-        if (open == nullptr)
-            open = end;
-        for (; p < open; ++p)
-            if (!is_space(*p))
-                break;
-        if (p < open) {
-            if (guessed == nullptr)
-                return false;
-            p = past_start_tag(guessed, end);
-            guessed = nullptr;
-            continue;
-        }
-        if (open == end)
-            return true;
-        guessed = nullptr;
-        if (open[1] == '!') {
-            if (open[2] != '-')
-                return false;  // a DOCTYPE or CDATA
-            p = past(open + 4, end, "-->");
-        } else if (open[1] == '?') {
-            p = past(open + 2, end, "?>");
-        } else {
-            const Byte* close = static_cast<const Byte*>(std::memchr(open, '>', static_cast<std::size_t>(end - open)));
-            if (close == nullptr)
-                return false;
-            if (open[1] != '/')
-                guessed = open;
-            p = close + 1;
-        }
-    }
-}
-
 } // namespace
 
 std::uint32_t CompactTree::intern(const char* name, std::size_t length)
@@ -243,6 +102,7 @@ std::uint32_t CompactTree::intern(const char* name, std::size_t length)
         return found->second;
     const std::uint32_t index = static_cast<std::uint32_t>(names_.size());
     names_.emplace_back(key);
+    name_texts_.push_back(names_.back().c_str());
     name_indexes_.emplace(std::string_view(names_.back()), index);
     return index;
 }
@@ -253,120 +113,63 @@ std::uint32_t CompactTree::name_index(const char* utf8) const
     return found == name_indexes_.end() ? kNone : found->second;
 }
 
-CompactTree::Outcome CompactTree::build(std::string& bytes, const WellFormedResult& check)
+void CompactTree::clear()
 {
     elements_.clear();
     attributes_.clear();
     names_.clear();
+    name_texts_.clear();
     name_indexes_.clear();
-    if (check.cdata || check.namespaces || bytes.size() > kMaxText || !holds_no_text(bytes))
-        return kNotHeld;
+    to_decode_.clear();
+}
 
-    const Byte* const begin = reinterpret_cast<const Byte*>(bytes.data());
-    const Byte* const end = begin + bytes.size();  // a readable NUL, which stops every scan
-    Byte* const text = reinterpret_cast<Byte*>(&bytes[0]);
+CompactTree::Outcome CompactTree::build(std::string& bytes, WellFormedResult& check)
+{
+    clear();
+    if (bytes.size() > kMaxText)
+        return check_well_formed(bytes.data(), bytes.size(), check) ? kNotHeld : kFailed;
     // A file the library writes has about 14 attributes an element and 25 bytes an attribute.
     attributes_.reserve(bytes.size() / 24);
     elements_.reserve(bytes.size() / 300);
-
-    const Byte* p = begin;
-    std::uint32_t open = kNone;
-    while (p < end) {
-        if (*p != '<') {
-            ++p;  // white space, as holds_no_text found
-            continue;
-        }
-        const Byte c = p[1];
-        if (c == '?') {
-            p = past(p + 2, end, "?>");
-        } else if (c == '!') {
-            p = past(p + 4, end, "-->");  // a comment: holds_no_text let nothing else through
-        } else if (c == '/') {
-            if (open == kNone)
-                return fail();
-            elements_[open].end = static_cast<std::uint32_t>(elements_.size());
-            open = elements_[open].parent;
-            p = static_cast<const Byte*>(std::memchr(p, '>', static_cast<std::size_t>(end - p)));
-            if (p == nullptr)
-                return fail();
-            ++p;
-            if (open == kNone)
-                break;  // what follows the document element holds no element
-        } else {
-            if (open == kNone && !elements_.empty())
-                return fail();
-            const Byte* name = p + 1;
-            p = skip_name(name, end);
-            const std::uint32_t index = static_cast<std::uint32_t>(elements_.size());
-            elements_.push_back(Element{intern(reinterpret_cast<const char*>(name), static_cast<std::size_t>(p - name)),
-                                        static_cast<std::uint32_t>(attributes_.size()), kNone, open});
-            for (;;) {
-                p = skip_spaces(p);
-                if (*p == '/') {
-                    elements_[index].end = index + 1;
-                    p += 2;
-                    if (open == kNone)
-                        p = end;  // an empty document element
-                    break;
-                }
-                if (*p == '>') {
-                    open = index;
-                    ++p;
-                    break;
-                }
-                if (p >= end)
-                    return fail();
-                // name, blanks, '=', blanks, the value in quotes: both made NUL-terminated texts.
-                const Byte* attribute = p;
-                Byte* name_end = text + (skip_name(p, end) - begin);
-                p = skip_spaces(name_end);
-                if (*p != '=')
-                    return fail();
-                *name_end = '\0';
-                p = skip_spaces(p + 1);
-                const Byte quote = *p++;
-                if (quote != '"' && quote != '\'')
-                    return fail();
-                const Byte* value = p;
-                bool decode = false;
-                for (;;) {
-                    p = skip_value(p, end, quote);
-                    const Byte stop = *p;
-                    if (stop == quote)
-                        break;
-                    if (p >= end)
-                        return fail();
-                    if (stop == '&' || stop == '\t' || stop == '\n' || stop == '\r')
-                        decode = true;
-                    ++p;
-                }
-                Byte* const value_end = text + (p - begin);
-                if (decode)
-                    decode_value(text + (value - begin), value_end);
-                else
-                    *value_end = '\0';
-                // Field by field: a brace-initialised pair goes through the stack, and reading
-                // it back as one word stalls on the two halves just stored.
-                attributes_.emplace_back();
-                attributes_.back().name = static_cast<std::uint32_t>(attribute - begin);
-                attributes_.back().value = static_cast<std::uint32_t>(value - begin);
-                ++p;
-            }
-        }
+    check = WellFormedResult();
+    Checker checker(bytes.data(), bytes.size(), check);
+    checker.record_into(this, bytes);
+    if (!checker.document()) {
+        clear();
+        return kFailed;
     }
-    if (elements_.empty() || open != kNone)
-        return fail();
+    if (!checker.recording())
+        return kNotHeld;
+    return finish_recording(bytes);
+}
+
+void CompactTree::restore(std::string& bytes)
+{
+    // Each value's closing quote became its NUL; its opening quote is the byte before it.
+    for (const Attribute& a : attributes_) {
+        char* value = &bytes[a.value];
+        value[std::strlen(value)] = value[-1];
+    }
+    // The parser's tree comes next: the room kept for this one goes first.
+    clear();
+    std::vector<Element>().swap(elements_);
+    std::vector<Attribute>().swap(attributes_);
+}
+
+CompactTree::Outcome CompactTree::finish_recording(std::string& bytes)
+{
+    if (elements_.empty())
+        return kFailed;
+    for (const std::uint32_t a : to_decode_) {
+        Byte* value = reinterpret_cast<Byte*>(&bytes[attributes_[a].value]);
+        decode_value(value, value + std::strlen(reinterpret_cast<const char*>(value)));
+    }
+    to_decode_.clear();
+    to_decode_.shrink_to_fit();
     elements_.push_back(Element{kNone, static_cast<std::uint32_t>(attributes_.size()), kNone, kNone});
     text_.swap(bytes);
     bytes.clear();
     return kBuilt;
-}
-
-CompactTree::Outcome CompactTree::fail()
-{
-    elements_.clear();
-    attributes_.clear();
-    return kFailed;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -394,7 +197,7 @@ void CompactBuilder::reserve(std::size_t elements, std::size_t attributes, std::
         return;
     tree_->elements_.reserve(elements + 1);
     tree_->attributes_.reserve(attributes);
-    // The values with their NULs, and the names, which are few.
+    // The values with their NULs.
     tree_->text_.reserve(std::min(value_bytes + attributes + 4096, kMaxText));
 }
 
@@ -428,29 +231,29 @@ std::uint32_t CompactBuilder::name(const char* name)
         std::vector<std::uint32_t> old(name_slots_.empty() ? 64 : name_slots_.size() * 2, CompactTree::kNone);
         old.swap(name_slots_);
         const std::size_t mask = name_slots_.size() - 1;
-        for (const std::uint32_t offset : old) {
-            if (offset == CompactTree::kNone)
+        for (const std::uint32_t index : old) {
+            if (index == CompactTree::kNone)
                 continue;
-            std::size_t i = hash_name(tree_->text_.data() + offset) & mask;
+            std::size_t i = hash_name(tree_->name_texts_[index]) & mask;
             while (name_slots_[i] != CompactTree::kNone)
                 i = (i + 1) & mask;
-            name_slots_[i] = offset;
+            name_slots_[i] = index;
         }
     }
     const std::size_t mask = name_slots_.size() - 1;
     std::size_t i = hash_name(name) & mask;
     for (; name_slots_[i] != CompactTree::kNone; i = (i + 1) & mask)
-        if (std::strcmp(tree_->text_.data() + name_slots_[i], name) == 0)
+        if (std::strcmp(tree_->name_texts_[name_slots_[i]], name) == 0)
             return name_slots_[i];
     // A namespace declaration changes how elements are found by name, which the tree doesn't do.
     if (std::strncmp(name, "xmlns", 5) == 0)
         held_ = false;
-    const std::uint32_t offset = add_text(name, std::strlen(name));
-    if (held_) {
-        name_slots_[i] = offset;
-        ++name_count_;
-    }
-    return offset;
+    const std::size_t length = std::strlen(name);
+    ascii_ = ascii_ && is_ascii(name, length);
+    const std::uint32_t index = tree_->intern(name, length);
+    name_slots_[i] = index;
+    ++name_count_;
+    return index;
 }
 
 bool CompactBuilder::may_add()

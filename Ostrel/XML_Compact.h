@@ -2,9 +2,10 @@
 #define VELLUMENT_OSTREL_XML_COMPACT_H
 
 // A read-only tree of a checked document, for readers that only look up attributes and elements
-// by name: elements in document order in one array, attributes in another, their names and
-// values as texts in the document's own bytes. A fraction of the parser's tree in memory, and
-// finding the descendants of a name is a scan of a range of small integers.
+// by name: elements in document order in one array, attributes in another, names as small
+// integers into one table and values as texts in the document's own bytes. A fraction of the
+// parser's tree in memory, and finding the descendants of a name is a scan of a range of small
+// integers.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include "Ostrel/XML_WellFormed.h"
 
 class COXMLDocument;
+class COXMLNode;
 
 namespace oxml {
 
@@ -40,73 +42,67 @@ public:
     enum Outcome {
         kBuilt,    // the tree holds the text, which it took over
         kNotHeld,  // the text holds what the tree doesn't keep; the bytes are as they were
-        kFailed    // the text is not what the check passes; the bytes are spent
+        kFailed    // the text is not well-formed (check tells why); the bytes are spent
     };
-    // Builds the tree of UTF-8 text that check_well_formed passed, with its result. Not held: a
-    // DOCTYPE, text other than white space, CDATA, namespaces, or a size past what offsets hold.
-    // Names and values are decoded in place.
-    Outcome build(std::string& bytes, const WellFormedResult& check);
+    // Checks UTF-8 text as check_well_formed does, with the same result in check, and builds the
+    // tree in the same pass. Not held: a DOCTYPE, text other than white space, CDATA, namespaces,
+    // or a size past what offsets hold. Values are decoded in place.
+    Outcome build(std::string& bytes, WellFormedResult& check);
 
     std::uint32_t size() const { return static_cast<std::uint32_t>(elements_.size()) - 1; }
     const Element& element(std::uint32_t i) const { return elements_[i]; }
-    const char* name_of(std::uint32_t i) const { return names_[elements_[i].name].c_str(); }
+    const char* name_of(std::uint32_t i) const { return name_texts_[elements_[i].name]; }
 
-    // The index of an element name, or kNone when no element has it.
+    // The index of a name, of elements and attributes alike, or kNone when none has it.
     std::uint32_t name_index(const char* utf8) const;
 
     std::uint32_t attributes_begin(std::uint32_t i) const { return elements_[i].first_attribute; }
     std::uint32_t attributes_end(std::uint32_t i) const { return elements_[i + 1].first_attribute; }
-    const char* attribute_name(std::uint32_t a) const { return text_.data() + attributes_[a].name; }
+    const char* attribute_name(std::uint32_t a) const { return name_texts_[attributes_[a].name]; }
     const char* attribute_value(std::uint32_t a) const { return text_.data() + attributes_[a].value; }
+    std::uint32_t attribute_name_index(std::uint32_t a) const { return attributes_[a].name; }
 
-    // The attribute of that name on element i, looked for from the attribute `from` on and then
-    // from the element's first; kNone when it has none. An element holds a name once, so where
-    // the search starts doesn't change what it finds. *wide tells whether the name that matched
-    // has a byte from 0x80 on.
-    std::uint32_t find_attribute(std::uint32_t i, const char* utf8_name, std::uint32_t from, bool* wide) const
+    // The attribute of that name index on element i, looked for from the attribute `from` on and
+    // then from the element's first; kNone when it has none. An element holds a name once, so
+    // where the search starts doesn't change what it finds.
+    std::uint32_t find_attribute(std::uint32_t i, std::uint32_t name, std::uint32_t from) const
     {
         const std::uint32_t begin = attributes_begin(i);
         const std::uint32_t end = attributes_end(i);
         if (from < begin || from > end)
             from = begin;
         for (std::uint32_t a = from; a < end; ++a)
-            if (same_name(attribute_name(a), utf8_name, wide))
+            if (attributes_[a].name == name)
                 return a;
         for (std::uint32_t a = begin; a < from; ++a)
-            if (same_name(attribute_name(a), utf8_name, wide))
+            if (attributes_[a].name == name)
                 return a;
         return kNone;
     }
 
 private:
     friend class CompactBuilder;
-
-    static bool same_name(const char* a, const char* b, bool* wide)
-    {
-        unsigned char bits = 0;
-        for (; *a == *b; ++a, ++b) {
-            if (*a == '\0') {
-                *wide = (bits & 0x80) != 0;
-                return true;
-            }
-            bits |= static_cast<unsigned char>(*a);
-        }
-        return false;
-    }
+    friend class Checker;  // fills the tree while it checks the text
 
     struct Attribute {
-        std::uint32_t name;   // offsets of NUL-terminated texts in text_
-        std::uint32_t value;
+        std::uint32_t name;   // index of the name, as for elements
+        std::uint32_t value;  // offset of its NUL-terminated text in text_
     };
 
     std::uint32_t intern(const char* name, std::size_t length);
-    Outcome fail();
+    void clear();
+    // Gives a checked text's bytes back as they were before the check wrote into them.
+    void restore(std::string& bytes);
+    // Makes the recorded tree final over its text: values decoded, the text taken over.
+    Outcome finish_recording(std::string& bytes);
 
     std::string text_;
     std::vector<Element> elements_;  // with one more at the end, that closes the last one's attributes
     std::vector<Attribute> attributes_;
-    std::deque<std::string> names_;
+    std::deque<std::string> names_;                                     // element and attribute names
+    std::vector<const char*> name_texts_;                               // names_ as texts, by index
     std::unordered_map<std::string_view, std::uint32_t> name_indexes_;  // views of names_
+    std::vector<std::uint32_t> to_decode_;  // attributes whose values hold references or white space
 };
 
 // A compact tree built element by element from UTF-8 texts, for a tree made elsewhere that is
@@ -157,10 +153,31 @@ private:
     bool held_ = true;
     bool ascii_ = true;
     std::uint32_t skipped_ = 0;  // depth inside a second root, which is left out
-    // The attribute names' offsets in the text, each name stored once, by hash (open addressing).
+    // The attribute names' indexes, by hash (open addressing): a name is interned once.
     std::vector<std::uint32_t> name_slots_;
     std::size_t name_count_ = 0;
 };
+
+// The attributes that a reader reads from one kind of element, by name: a table of constant names
+// in an array that lives as long as the process, at most kMaxAttributeNames and each once. A
+// document knows the names of a table it has answered by the array's address.
+struct AttributeNames {
+    const char* const* names;
+    std::size_t count;
+};
+constexpr std::size_t kMaxAttributeNames = 16;
+
+template <std::size_t N>
+constexpr AttributeNames attribute_names(const char* const (&names)[N])
+{
+    static_assert(N <= kMaxAttributeNames, "more names than a node's texts keep at once");
+    return AttributeNames{names, N};
+}
+
+// What node->getAttribute gives for each name of the table, all at once into values (count
+// entries): readers that read many attributes of an element look its attributes over once. The
+// texts may be read until the next reading call on the document.
+void get_attributes(const COXMLNode* node, const AttributeNames& table, const char** values);
 
 // A read-only document over a finished compact tree, as load_for_reading gives for a file, or
 // null for a null tree; ascii tells that every name and value in it is ASCII.

@@ -1,7 +1,13 @@
 // The reading operations of the XML interface on a document held as a compact tree.
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <utility>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "Ostrel/XML_Data.h"
 
@@ -10,6 +16,9 @@ using oxml::CompactTree;
 void COXMLDocumentData::adopt(std::unique_ptr<CompactTree> tree)
 {
     compact = std::move(tree);
+    // Name indexes are the tree's own.
+    asked_names.reset(new AskedName[kAskedNames]);
+    name_tables.clear();
     compact_elements.make(this, compact->size());
 }
 
@@ -34,23 +43,122 @@ std::uint32_t element_or_root(std::uint32_t element)
 
 } // namespace
 
+namespace {
+
+// Whether the text at name is the one kept (its length bytes and the NUL). Up to 16 bytes are
+// compared at once where they lie in one page: bytes past the name's end may be read but never
+// decide, as the name's NUL differs from the kept text's byte there.
+#ifdef __SSE2__
+__attribute__((no_sanitize_address)) bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
+{
+    const std::size_t size = kept.length + 1;
+    for (std::size_t i = 0; i < size; i += 16) {
+        const char* p = name + i;
+        if ((reinterpret_cast<std::uintptr_t>(p) & 4095) > 4096 - 16)
+            return std::strcmp(name, kept.text) == 0;
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i*>(kept.text + i));
+        const unsigned equal = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+        const unsigned wanted = size - i >= 16 ? 0xFFFFu : (1u << (size - i)) - 1;
+        if ((equal & wanted) != wanted)
+            return false;
+    }
+    return true;
+}
+#else
+bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
+{
+    return std::strcmp(name, kept.text) == 0;
+}
+#endif
+
+} // namespace
+
+std::uint32_t COXMLDocumentData::compact_name_index(const char* name)
+{
+    AskedName& asked = asked_names[(reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ull) >> 56];
+    if (asked.at == name && is_kept_name(name, asked))
+        return asked.index;
+    // An ASCII name, as the records' all are, is the same in UTF-8.
+    const std::size_t length = std::strlen(name);
+    std::uint32_t index;
+    if (oxml::is_ascii(name, length)) {
+        index = compact->name_index(name);
+    } else {
+        oxml::InText utf8(name);
+        index = compact->name_index(utf8.c_str());
+    }
+    if (length < sizeof asked.text) {
+        asked = AskedName();
+        asked.at = name;
+        asked.index = index;
+        asked.length = static_cast<std::uint32_t>(length);
+        std::memcpy(asked.text, name, length);
+    }
+    return index;
+}
+
 const char* COXMLDocumentData::compact_get_attribute(std::uint32_t element, const char* name)
 {
     element = element_or_root(element);
+    const std::uint32_t index = compact_name_index(name);
+    if (index == CompactTree::kNone)
+        return "";
     const std::uint32_t from = element == compact_hint_element ? compact_hint_next : compact->attributes_begin(element);
-    // The name is looked for as it stands: an ASCII name, as the records' all are, is the same in
-    // UTF-8. Any other is looked for in UTF-8, when it matched as it stands or wasn't found.
-    bool wide = false;
-    std::uint32_t found = compact->find_attribute(element, name, from, &wide);
-    if (found == CompactTree::kNone ? !oxml::is_ascii(name) : wide) {
-        oxml::InText utf8(name);
-        found = compact->find_attribute(element, utf8.c_str(), from, &wide);
-    }
+    const std::uint32_t found = compact->find_attribute(element, index, from);
     if (found == CompactTree::kNone)
         return "";
     compact_hint_element = element;
     compact_hint_next = found + 1;
     return out(compact->attribute_value(found));
+}
+
+const COXMLDocumentData::NameTable& COXMLDocumentData::name_table(const oxml::AttributeNames& table)
+{
+    for (const NameTable& known : name_tables)
+        if (known.names == table.names && known.count == table.count)
+            return known;
+    NameTable made{table.names, table.count, std::vector<std::uint8_t>()};
+    for (std::size_t i = 0; i < table.count; ++i) {
+        const std::uint32_t index = compact_name_index(table.names[i]);
+        if (index == CompactTree::kNone)
+            continue;
+        if (index >= made.entry_of.size())
+            made.entry_of.resize(index + 1, kNoEntry);
+        if (made.entry_of[index] == kNoEntry)
+            made.entry_of[index] = static_cast<std::uint8_t>(i);
+    }
+    name_tables.push_back(std::move(made));
+    return name_tables.back();
+}
+
+void COXMLDocumentData::compact_get_attributes(std::uint32_t element, const oxml::AttributeNames& table,
+                                               const char** values)
+{
+    element = element_or_root(element);
+    const std::vector<std::uint8_t>& entry_of = name_table(table).entry_of;
+    for (std::size_t i = 0; i < table.count; ++i)
+        values[i] = "";
+    const std::uint32_t end = compact->attributes_end(element);
+    for (std::uint32_t a = compact->attributes_begin(element); a < end; ++a) {
+        const std::uint32_t name = compact->attribute_name_index(a);
+        if (name < entry_of.size() && entry_of[name] != kNoEntry)
+            values[entry_of[name]] = out(compact->attribute_value(a));
+    }
+}
+
+void oxml::get_attributes(const COXMLNode* node, const AttributeNames& table, const char** values)
+{
+    if (node != nullptr && table.count <= kMaxAttributeNames) {
+        COXMLDocumentData& data = *COXMLDocumentData::owner_of(node);
+        const std::uint32_t element = data.compact_element_of(node);
+        if (element != COXMLDocumentData::kNotCompact) {
+            data.compact_get_attributes(element, table, values);
+            return;
+        }
+    }
+    for (std::size_t i = 0; i < table.count; ++i)
+        values[i] = node != nullptr ? node->getAttribute(table.names[i]) : "";
 }
 
 const char* COXMLDocumentData::compact_node_name(std::uint32_t element)
@@ -76,8 +184,7 @@ std::shared_ptr<COXMLNamedNodeMap> COXMLDocumentData::compact_attributes_of(std:
 
 COXMLNode* COXMLDocumentData::compact_child(std::uint32_t element, const char* name)
 {
-    oxml::InText utf8(name);
-    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    const std::uint32_t wanted = compact_name_index(name);
     if (wanted == CompactTree::kNone)
         return nullptr;
     if (element == kCompactDocument)
@@ -91,8 +198,7 @@ COXMLNode* COXMLDocumentData::compact_child(std::uint32_t element, const char* n
 
 std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_children(std::uint32_t element, const char* name)
 {
-    oxml::InText utf8(name);
-    const std::uint32_t wanted = compact->name_index(utf8.c_str());
+    const std::uint32_t wanted = compact_name_index(name);
     if (wanted == CompactTree::kNone)
         return std::shared_ptr<COXMLNodeList>();
     std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
@@ -113,9 +219,8 @@ std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_children(std::uint32_t
 std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::uint32_t element, const char* name)
 {
     std::shared_ptr<COXMLNodeList> list = std::make_shared<COXMLNodeList>();
-    oxml::InText utf8(name);
-    const bool any = utf8.c_str()[0] == '*' && utf8.c_str()[1] == '\0';
-    const std::uint32_t wanted = any ? CompactTree::kNone : compact->name_index(utf8.c_str());
+    const bool any = name[0] == '*' && name[1] == '\0';
+    const std::uint32_t wanted = any ? CompactTree::kNone : compact_name_index(name);
     if (!any && wanted == CompactTree::kNone)
         return list;
     // The descendants are the elements that follow up to the end of the subtree.
@@ -125,7 +230,14 @@ std::shared_ptr<COXMLNodeList> COXMLDocumentData::compact_elements_by_tag(std::u
     std::size_t count = any ? end - begin : 0;
     for (std::uint32_t e = begin; !any && e < end; ++e)
         count += compact->element(e).name == wanted;
-    std::vector<COXMLNode*>& out = list->items_->nodes;
+    COXMLNodeList::Items& items = *list->items_;
+    if (count <= COXMLNodeList::Items::kFew) {
+        for (std::uint32_t e = begin; items.few_count < count; ++e)
+            if (any || compact->element(e).name == wanted)
+                items.few[items.few_count++] = compact_elements.at(e);
+        return list;
+    }
+    std::vector<COXMLNode*>& out = items.nodes;
     out.reserve(count);
     for (std::uint32_t e = begin; e < end; ++e)
         if (any || compact->element(e).name == wanted)

@@ -125,6 +125,14 @@ private:
 
 struct COXMLNodeList::Items {
     std::vector<COXMLNode*> nodes;
+    // A short list whose length is known when it is made stands here instead, and nodes stays
+    // empty: the readers make many lists of a few elements each.
+    static constexpr std::size_t kFew = 6;
+    std::size_t few_count = 0;
+    COXMLNode* few[kFew];
+
+    std::size_t size() const { return few_count != 0 ? few_count : nodes.size(); }
+    COXMLNode* at(std::size_t i) const { return few_count != 0 ? few[i] : nodes[i]; }
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -313,6 +321,33 @@ struct COXMLDocumentData {
     // the one last found on the same element.
     std::uint32_t compact_hint_element = kNotCompact;
     std::uint32_t compact_hint_next = 0;
+
+    // The tree's index of a name asked for in the interface's code page, kNotCompact when no
+    // element or attribute has it.
+    std::uint32_t compact_name_index(const char* name);
+    // Callers ask with a few constant names: each is looked up in the tree once, and after that
+    // known by where it stands, as long as the text there is still the same.
+    struct AskedName {
+        const char* at = nullptr;
+        std::uint32_t index = kNotCompact;
+        std::uint32_t length = 0;
+        alignas(16) char text[48] = {};  // the name, zeros after it
+    };
+    static constexpr std::size_t kAskedNames = 256;
+    std::unique_ptr<AskedName[]> asked_names;
+
+    // The readers' tables of names, each resolved once: for each name index of the tree, the
+    // table's entry that has it, or kNoEntry.
+    struct NameTable {
+        const char* const* names;
+        std::size_t count;
+        std::vector<std::uint8_t> entry_of;
+    };
+    static constexpr std::uint8_t kNoEntry = 0xFF;
+    std::vector<NameTable> name_tables;
+    const NameTable& name_table(const oxml::AttributeNames& table);
+    // get_attributes on an element of the compact tree.
+    void compact_get_attributes(std::uint32_t element, const oxml::AttributeNames& table, const char** values);
 
     ~COXMLDocumentData()
     {
@@ -539,6 +574,7 @@ struct COXMLDocumentData {
     {
         return static_cast<const COXMLNode*>(document)->owner_;
     }
+    static COXMLDocumentData* owner_of(const COXMLNode* node) { return node->owner_; }
 };
 
 #endif

@@ -322,15 +322,11 @@ COXMLDocument* oxml::load_for_reading(const char* path, int* errorCode, char* er
         std::string bytes;
         if (!read_utf8_file(path, bytes, errorCode, errorText, errorTextSize))
             return nullptr;
-        oxml::WellFormedResult check;
-        if (!oxml::check_well_formed(bytes.data(), bytes.size(), check)) {
-            report(errorCode, errorText, errorTextSize, check.code, check.message);
-            return nullptr;
-        }
         std::unique_ptr<COXMLDocument> document(COXMLDocument::createDocument());
         COXMLDocumentData& data = *const_cast<COXMLDocumentData*>(COXMLDocumentData::of(document.get()));
         std::unique_ptr<oxml::CompactTree> tree(new oxml::CompactTree);
-        // Text that the tree doesn't keep goes to the parser.
+        // The check and the tree in one pass; text that the tree doesn't keep goes to the parser.
+        oxml::WellFormedResult check;
         switch (tree->build(bytes, check)) {
         case oxml::CompactTree::kBuilt:
             data.all_ascii = check.ascii;
@@ -341,8 +337,7 @@ COXMLDocument* oxml::load_for_reading(const char* path, int* errorCode, char* er
                 return nullptr;
             break;
         case oxml::CompactTree::kFailed:
-            // Not expected after the check.
-            report(errorCode, errorText, errorTextSize, OXML_E_SYNTAX, "Text the check passed could not be read");
+            report(errorCode, errorText, errorTextSize, check.code, check.message);
             return nullptr;
         }
         return document.release();

@@ -1,6 +1,8 @@
 #include "Ostrel/XML_ReadingCost.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -65,15 +67,22 @@ XmlReadingCost reading_cost(const Tree& tree, const XmlReadingStep* steps, int c
         std::uint64_t children;  // child nodes
     };
     std::vector<Frame> frames;
+    // The arrays keep their size as the walk goes up and down: the open frames use the first
+    // frames.size() * width entries.
     std::vector<std::uint64_t> below_cost;
     std::vector<std::uint64_t> first_cost;
 
     auto enter = [&](Node n, int name) {
         const std::uint64_t attributes = tree.attribute_count(n);
         cost.nodes = add_saturating(cost.nodes, 1 + attributes);
+        const std::size_t base = frames.size() * width;
         frames.push_back(Frame{n, name, attributes, 0, 0});
-        below_cost.resize(below_cost.size() + width, 0);
-        first_cost.resize(first_cost.size() + width, 0);
+        if (below_cost.size() < base + width) {
+            below_cost.resize(base + width);
+            first_cost.resize(base + width);
+        }
+        std::fill_n(below_cost.begin() + static_cast<std::ptrdiff_t>(base), width, 0);
+        std::fill_n(first_cost.begin() + static_cast<std::ptrdiff_t>(base), width, 0);
     };
     enter(root, kDocumentElement);
     Node next = tree.first_child(root);
@@ -122,8 +131,6 @@ XmlReadingCost reading_cost(const Tree& tree, const XmlReadingStep* steps, int c
             if (first_cost[slot] == 0)
                 first_cost[slot] = own;
         }
-        below_cost.resize(base);
-        first_cost.resize(base);
         next = tree.next_sibling(done.node);
     }
 }

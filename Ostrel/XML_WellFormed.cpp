@@ -210,17 +210,20 @@ inline bool Checker::value_rest(unsigned char quote)
         case '<':
             return fail(OXML_E_SYNTAX, "'<' in an attribute value", p_);
         case '&':
+            value_decodes_ = true;
             if (!reference())
                 return false;
             break;
         case '\r':
             r_.carriage_returns = true;
             r_.attribute_white_space = true;
+            value_decodes_ = true;
             ++p_;
             break;
         case '\t':
         case '\n':
             r_.attribute_white_space = true;
+            value_decodes_ = true;
             ++p_;
             break;
         default:
@@ -281,12 +284,19 @@ inline bool Checker::attribute()
     ++p_;
     skip_space();
     const unsigned char quote = *p_;
+    const unsigned char* value = p_ + 1;
+    value_decodes_ = false;
     if (!attribute_value())
         return false;
-    if (!new_attribute(Name{start, length, name_hash(start, length), quote}))
+    const std::uint32_t id = name_id(start, length);
+    if (!new_attribute(Name{start, length, name_hash(start, length), quote, id}))
         return fail(OXML_E_DUPLICATE_ATTRIBUTE, "the attribute " + printable(start, length) + " given twice", start);
-    if (length >= 5 && std::memcmp(start, "xmlns", 5) == 0 && (length == 5 || start[5] == ':'))
+    if (length >= 5 && std::memcmp(start, "xmlns", 5) == 0 && (length == 5 || start[5] == ':')) {
         r_.namespaces = true;
+        stop_recording();  // names would have to be found by namespace, which the tree doesn't do
+    }
+    if (tree_ != nullptr)
+        record_attribute(id, value, p_ - 1, value_decodes_);
     return true;
 }
 
@@ -305,6 +315,7 @@ Checker::Shape* Checker::shape_of(const unsigned char* element, std::size_t leng
     std::memset(shape->element, 0, sizeof shape->element);
     std::memcpy(shape->element, element, length);
     shape->element_length = length;
+    shape->element_id = name_id(element, length);
     shape->count = 0;
     shape->repeats = 0;
     shape->changes = 0;
@@ -345,15 +356,20 @@ bool Checker::follow_shape(const Shape& shape, std::size_t& matched)
             p = scan::skip_plain_value(value, end_);
         }
         if (*p == e.quote) {
+            if (tree_ != nullptr)
+                record_attribute(e.id, value, p, false);
             ++p;
             continue;
         }
         p_ = p;
+        value_decodes_ = false;
         if (!value_rest(e.quote)) {
             matched = i;
             return false;
         }
         p = p_;
+        if (tree_ != nullptr)
+            record_attribute(e.id, value, p - 1, value_decodes_);
     }
     p_ = p;
     matched = i;
@@ -380,6 +396,7 @@ void Checker::learn_shape(Shape& shape, std::size_t matched)
         e.mask = size == 32 ? 0xFFFFFFFFu : (std::uint32_t(1) << size) - 1;
         e.size = static_cast<std::uint32_t>(size);
         e.hash = a.hash;
+        e.id = a.id;
         e.quote = a.quote;
     }
     shape.count = count;
@@ -408,6 +425,9 @@ bool Checker::start_tag()
         sibling_shapes_[depth] = shape;
     }
     const std::size_t length = static_cast<std::size_t>(p_ - start);
+    const std::uint32_t element = tree_ != nullptr ? static_cast<std::uint32_t>(tree_->elements_.size()) : 0;
+    if (tree_ != nullptr)
+        record_element(shape != nullptr ? shape->element_id : name_id(start, length));
     std::size_t matched = 0;
     if (shape != nullptr) {
         if (shape->changes > 16 && shape->changes > shape->repeats)
@@ -423,9 +443,13 @@ bool Checker::start_tag()
                 if (p_[1] != '>')
                     return fail(OXML_E_SYNTAX, "'>' expected after '/' in a start tag", p_ + 1);
                 p_ += 2;
+                if (tree_ != nullptr)
+                    tree_->elements_[element].end = element + 1;
             } else {
                 ++p_;
-                open_.push_back(Name{start, length, 0, 0});
+                open_.push_back(Name{start, length, 0, 0, 0});
+                if (tree_ != nullptr)
+                    open_element_ = element;
             }
             if (shape != nullptr) {
                 if (matched != shape->count || attribute_count_ != 0) {
@@ -446,7 +470,7 @@ bool Checker::start_tag()
             // The attributes passed by the shape come first in the duplicate check.
             for (std::size_t i = 0; i < matched; ++i) {
                 const Shape::Entry& e = shape->entries[i];
-                new_attribute(Name{e.text + 1, e.size - 3, e.hash, e.quote});
+                new_attribute(Name{e.text + 1, e.size - 3, e.hash, e.quote, e.id});
             }
         }
         if (!attribute())
@@ -463,6 +487,8 @@ bool Checker::end_tag()
         same_bytes(p_ + 2, top.at, top.length)) {
         p_ += top.length + 3;
         open_.pop_back();
+        if (tree_ != nullptr)
+            record_end();
         return true;
     }
     p_ += 2;
@@ -480,15 +506,32 @@ bool Checker::end_tag()
                     lt);
     ++p_;
     open_.pop_back();
+    if (tree_ != nullptr)
+        record_end();
     return true;
 }
+
+namespace {
+
+bool blank(const unsigned char* p, const unsigned char* end)
+{
+    for (; p < end; ++p)
+        if (*p != ' ' && *p != '\t' && *p != '\n' && *p != '\r')
+            return false;
+    return true;
+}
+
+} // namespace
 
 // Everything inside the root element, until it closes.
 bool Checker::content()
 {
     while (!open_.empty()) {
+        const unsigned char* text_start = p_;
         if (!text())
             return false;
+        if (tree_ != nullptr && p_ != text_start && !blank(text_start, p_))
+            stop_recording();  // the tree holds no text
         if (p_ == end_) {
             const Name& top = open_.back();
             return fail(OXML_E_UNEXPECTED_END,

@@ -14,6 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_WellFormed.h"
 #include "Ostrel/XML_WellFormed_Scan.h"
 
@@ -29,6 +30,17 @@ public:
 
     bool document();
 
+    // Fills the tree with the elements and attributes of the text, bytes, as they pass, while the
+    // tree can hold what the text holds; each value is made a NUL-terminated text where it stands.
+    // Once the text shows what the tree doesn't hold, the bytes are given back as they were and the
+    // check goes on alone. The verdict is the same either way.
+    void record_into(CompactTree* tree, std::string& bytes)
+    {
+        tree_ = tree;
+        bytes_ = &bytes;
+    }
+    bool recording() const { return tree_ != nullptr; }
+
 private:
     // Attributes up to this number are told apart by a scan of those before; more go into a set.
     static constexpr std::size_t kLinearAttributes = 32;
@@ -38,6 +50,7 @@ private:
         std::size_t length;
         std::uint32_t hash;
         unsigned char quote;  // of an attribute's value
+        std::uint32_t id;     // of the name in the tree, when recording
     };
 
     // The attributes that the last element of one name began with, each as its text from the
@@ -51,10 +64,12 @@ private:
             std::uint32_t mask;    // one bit per byte of text
             std::uint32_t size;    // of text
             std::uint32_t hash;    // of the name, as name_hash gives it
+            std::uint32_t id;      // of the name in the tree, when recording
             unsigned char quote;
         };
         alignas(16) unsigned char element[kMaxText];  // the element's name; zeros after
         std::size_t element_length = 0;
+        std::uint32_t element_id = 0;  // of the element's name in the tree, when recording
         std::size_t count = 0;
         // Elements that the shape described in full, and those it had to learn from: a kind
         // whose attributes keep changing is read by name alone.
@@ -76,6 +91,46 @@ private:
     std::unordered_set<std::string_view> many_attributes_;
     std::unique_ptr<Shape> shapes_[kShapeSlots];
     Shape* sibling_shapes_[kShapeDepths] = {};  // by depth, the last elements' shape
+
+    CompactTree* tree_ = nullptr;  // the tree being filled; null for a check alone
+    std::string* bytes_ = nullptr;
+    std::uint32_t open_element_ = CompactTree::kNone;
+    bool value_decodes_ = false;  // the last value held a reference, a tab, a line end or a CR
+
+    std::uint32_t name_id(const unsigned char* at, std::size_t length)
+    {
+        return tree_ != nullptr ? tree_->intern(reinterpret_cast<const char*>(at), length) : 0;
+    }
+    void record_element(std::uint32_t name)
+    {
+        tree_->elements_.push_back(CompactTree::Element{
+            name, static_cast<std::uint32_t>(tree_->attributes_.size()), CompactTree::kNone, open_element_});
+    }
+    void record_end()
+    {
+        CompactTree::Element& e = tree_->elements_[open_element_];
+        e.end = static_cast<std::uint32_t>(tree_->elements_.size());
+        open_element_ = e.parent;
+    }
+    // The value runs from value up to its closing quote, which becomes its NUL.
+    void record_attribute(std::uint32_t name, const unsigned char* value, const unsigned char* quote, bool decodes)
+    {
+        std::vector<CompactTree::Attribute>& attributes = tree_->attributes_;
+        // Field by field: a brace-initialised pair goes through the stack, and reading it back
+        // as one word stalls on the two halves just stored.
+        attributes.emplace_back();
+        attributes.back().name = name;
+        attributes.back().value = static_cast<std::uint32_t>(value - begin_);
+        (*bytes_)[static_cast<std::size_t>(quote - begin_)] = '\0';
+        if (decodes)
+            tree_->to_decode_.push_back(static_cast<std::uint32_t>(attributes.size() - 1));
+    }
+    void stop_recording()
+    {
+        if (tree_ != nullptr)
+            tree_->restore(*bytes_);
+        tree_ = nullptr;
+    }
 
     bool fail(int code, const std::string& what, const unsigned char* at);
     static std::string printable(const unsigned char* at, std::size_t length);

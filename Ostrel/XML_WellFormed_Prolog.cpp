@@ -77,6 +77,7 @@ bool Checker::cdata()
 {
     p_ += 9;
     r_.cdata = true;
+    stop_recording();  // the tree holds no text
     return chars_until("]]>", "a CDATA section");
 }
 
@@ -100,6 +101,7 @@ bool Checker::doctype()
 {
     const unsigned char* start = p_;
     p_ += 9;
+    stop_recording();  // what a DTD declares (defaults, entities) isn't the tree's to apply
     if (!skip_space())
         return fail(OXML_E_SYNTAX, "white space expected after <!DOCTYPE", p_);
     if (!name("the document type's name"))

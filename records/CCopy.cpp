@@ -11,6 +11,7 @@
 #include <vellument/CHistory.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ElementWriter.h"
 #include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
@@ -40,6 +41,8 @@ struct CCopy::Record {
 };
 
 namespace {
+
+const char* const kReadNames[] = {"Deleted", "Date"};
 
 void check_index(int index, size_t size)
 {
@@ -88,10 +91,10 @@ CCopy::CCopy(COXMLNode* node)
     if (node == nullptr)
         return;
     try {
-        // Deleted follows the base's attributes in the file and Date leads them: read in that
-        // order, each search resumes where the last one stopped.
-        m_copy->deleted = AuditUtil::to_bool(node->getAttribute("Deleted"));
-        read_date(node->getAttribute("Date"));
+        const char* read[2];
+        oxml::get_attributes(node, oxml::attribute_names(kReadNames), read);
+        m_copy->deleted = AuditUtil::to_bool(read[0]);
+        read_date(read[1]);
         // Every History below the copy, at any depth, in document order.
         std::shared_ptr<COXMLNodeList> histories = node->getElementsByTagName("History");
         if (histories) {

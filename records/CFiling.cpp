@@ -1,5 +1,6 @@
 #include <vellument/CFiling.h>
 
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include <vellument/CHistory.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ElementWriter.h"
 #include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
@@ -141,22 +143,32 @@ CFiling::CFiling(const CCopy* copy) : CFilingBase(Extra{sizeof(Record)}), m_fili
     }
 }
 
+namespace {
+
+// FilingName comes only from files of older writers; it is never written back.
+enum ReadAttribute { EFILED_SUCCESSFUL, PRINTED_SUCCESSFUL, RECORDS_SUCCESSFUL, EMPLOYEE_COUNT, CORRECTED_COUNT,
+                     DATE, FILING_NAME, READ_ATTRIBUTES };
+const char* const kReadNames[] = {"EfiledSuccessful", "PrintedSuccessful", "RecordsSuccessful", "EmployeeCount",
+                                  "CorrectedCount",   "Date",              "FilingName"};
+static_assert(std::size(kReadNames) == READ_ATTRIBUTES, "a name for each attribute read");
+
+} // namespace
+
 CFiling::CFiling(COXMLNode* node)
     : CFilingBase(node, Extra{sizeof(Record)}), m_filing(new (derived_record()) Record)
 {
     if (node == nullptr)
         return;
     try {
-        // In the order written after the base's attributes, Date (which leads them) last: each
-        // search resumes where the last one stopped.
-        m_filing->efiled_successful = AuditUtil::to_bool(node->getAttribute("EfiledSuccessful"));
-        m_filing->printed_successful = AuditUtil::to_bool(node->getAttribute("PrintedSuccessful"));
-        m_filing->records_successful = AuditUtil::to_bool(node->getAttribute("RecordsSuccessful"));
-        m_filing->employee_count = AuditUtil::to_int(node->getAttribute("EmployeeCount"));
-        m_filing->corrected_employee_count = AuditUtil::to_int(node->getAttribute("CorrectedCount"));
-        read_date(node->getAttribute("Date"));
-        // FilingName comes only from files of older writers; it is never written back.
-        m_filing->filing_name = node->getAttribute("FilingName");
+        const char* read[READ_ATTRIBUTES];
+        oxml::get_attributes(node, oxml::attribute_names(kReadNames), read);
+        m_filing->efiled_successful = AuditUtil::to_bool(read[EFILED_SUCCESSFUL]);
+        m_filing->printed_successful = AuditUtil::to_bool(read[PRINTED_SUCCESSFUL]);
+        m_filing->records_successful = AuditUtil::to_bool(read[RECORDS_SUCCESSFUL]);
+        m_filing->employee_count = AuditUtil::to_int(read[EMPLOYEE_COUNT]);
+        m_filing->corrected_employee_count = AuditUtil::to_int(read[CORRECTED_COUNT]);
+        read_date(read[DATE]);
+        m_filing->filing_name = read[FILING_NAME];
         // Every Form below the filing, at any depth, in document order.
         std::shared_ptr<COXMLNodeList> forms = node->getElementsByTagName("Form");
         if (forms) {

@@ -1,5 +1,6 @@
 #include <vellument/CFilingBase.h>
 
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -7,6 +8,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ElementWriter.h"
 #include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
@@ -59,24 +61,36 @@ CFilingBase::CFilingBase(const CFilingBase* source, Extra extra) : m_base(shared
     set_krf_file_location(source->get_krf_file_location());
 }
 
+namespace {
+
+// The date is read by the derived classes.
+enum ReadAttribute { TYPE, IDENTIFIER, VLID, PRINTED, MAILED, EFILED, CORRECTED, REPLACEABLE, REPLACEMENT, KRF_PATH,
+                     READ_ATTRIBUTES };
+const char* const kReadNames[] = {"Type",      "Identifier",  "VLID",        "Printed", "Mailed",
+                                  "Efiled",    "Corrected",   "Replaceable", "Replacement", "KRFPath"};
+static_assert(std::size(kReadNames) == READ_ATTRIBUTES, "a name for each attribute read");
+
+} // namespace
+
 CFilingBase::CFilingBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
-    // Read in the order written: the attribute search resumes after the last one found.
+    const char* read[READ_ATTRIBUTES];
+    oxml::get_attributes(node, oxml::attribute_names(kReadNames), read);
     decltype(m_base->text)::Builder texts;
-    m_base->type = Vellument::Text::string_to_filing_type(node->getAttribute("Type"));
-    texts.add("", node->getAttribute("Identifier"));
-    m_base->vlid = AuditUtil::to_int(node->getAttribute("VLID"));
-    m_base->printed = AuditUtil::to_bool(node->getAttribute("Printed"));
-    m_base->mailed = AuditUtil::to_bool(node->getAttribute("Mailed"));
-    m_base->efiled = AuditUtil::to_bool(node->getAttribute("Efiled"));
-    m_base->corrected = AuditUtil::to_bool(node->getAttribute("Corrected"));
-    m_base->replaceable = AuditUtil::to_bool(node->getAttribute("Replaceable"));
-    m_base->replacement = AuditUtil::to_bool(node->getAttribute("Replacement"));
+    m_base->type = Vellument::Text::string_to_filing_type(read[TYPE]);
+    texts.add("", read[IDENTIFIER]);
+    m_base->vlid = AuditUtil::to_int(read[VLID]);
+    m_base->printed = AuditUtil::to_bool(read[PRINTED]);
+    m_base->mailed = AuditUtil::to_bool(read[MAILED]);
+    m_base->efiled = AuditUtil::to_bool(read[EFILED]);
+    m_base->corrected = AuditUtil::to_bool(read[CORRECTED]);
+    m_base->replaceable = AuditUtil::to_bool(read[REPLACEABLE]);
+    m_base->replacement = AuditUtil::to_bool(read[REPLACEMENT]);
     // The file's path carries the directory of the machine that saved it; only its tail counts.
     // One conversion suffices: a relative path converts to itself.
-    add_relative_path(texts, node->getAttribute("KRFPath"));
+    add_relative_path(texts, read[KRF_PATH]);
     m_base->text.assign(std::move(texts));
 }
 

@@ -7,6 +7,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ElementWriter.h"
 #include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
@@ -41,12 +42,20 @@ CForm::CForm(const CFormBase* source) : CFormBase(source, Extra{sizeof(Record)})
     set_completion(Vellument::FORM_COMPLETION_REPLACE);
 }
 
+namespace {
+
+const char* const kReadNames[] = {"ViewerResultCode", "ResultPrinted"};
+
+} // namespace
+
 CForm::CForm(COXMLNode* node) : CFormBase(node, Extra{sizeof(Record)}), m_form(new (derived_record()) Record)
 {
     if (node == nullptr)
         return;
-    m_form->text.set(Record::VIEWER_RESULT_CODE, node->getAttribute("ViewerResultCode"));
-    m_form->result_printed = AuditUtil::to_bool(node->getAttribute("ResultPrinted"));
+    const char* read[2];
+    oxml::get_attributes(node, oxml::attribute_names(kReadNames), read);
+    m_form->text.set(Record::VIEWER_RESULT_CODE, read[0]);
+    m_form->result_printed = AuditUtil::to_bool(read[1]);
 }
 
 CForm::~CForm()

@@ -1,5 +1,6 @@
 #include <vellument/CFormBase.h>
 
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -7,6 +8,7 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "Ostrel/XML_Compact.h"
 #include "Ostrel/XML_ElementWriter.h"
 #include "Ostrel/XML_TextWriter.h"
 #include "records/AttributeLists.h"
@@ -59,27 +61,38 @@ CFormBase::CFormBase(const CFormBase* source, Extra extra) : m_base(shared_block
     set_exml_location(source->get_exml_location());
 }
 
+namespace {
+
+// Completion is deliberately not read: a form that comes from a document counts as Append.
+enum ReadAttribute { TYPE, FLAGS, DESCRIPTION, LOCATION, EXML_LOCATION, FORM_NAME, KRF_DB_PATH, KRF_VERSION,
+                     KRF_FILTER_NUMBER, KRF_FILTER_NUMBER_2, DIVIDER_FORM, READ_ATTRIBUTES };
+const char* const kReadNames[] = {"Type",        "Flags",      "Description",      "Location",
+                                  "EXMLLocation", "Form_Name", "KRF_DB_Path",      "KRFVersion",
+                                  "KRFFilter_Number", "KRFFilter_Number2", "Divider_Form"};
+static_assert(std::size(kReadNames) == READ_ATTRIBUTES, "a name for each attribute read");
+
+} // namespace
+
 CFormBase::CFormBase(COXMLNode* node, Extra extra) : m_base(shared_block::make<Record>(extra.size))
 {
     if (node == nullptr)
         return;
-    // Completion is deliberately not read: a form that comes from a document counts as Append.
-    // Read in the order written: the attribute search resumes after the last one found.
-    m_base->type = Vellument::Text::string_to_form_type(node->getAttribute("Type"));
-    m_base->flags = Vellument::Text::string_to_form_flags(node->getAttribute("Flags"));
-    // The texts go straight into the record's one block, in their order, which is also the order
-    // written. The paths in relative form; one conversion suffices: a relative path converts to
-    // itself.
+    const char* read[READ_ATTRIBUTES];
+    oxml::get_attributes(node, oxml::attribute_names(kReadNames), read);
+    m_base->type = Vellument::Text::string_to_form_type(read[TYPE]);
+    m_base->flags = Vellument::Text::string_to_form_flags(read[FLAGS]);
+    // The texts go straight into the record's one block, in their order. The paths in relative
+    // form; one conversion suffices: a relative path converts to itself.
     decltype(m_base->text)::Builder texts;
-    texts.add("", node->getAttribute("Description"));
-    add_relative_path(texts, node->getAttribute("Location"));
-    add_relative_path(texts, node->getAttribute("EXMLLocation"));
-    texts.add("", node->getAttribute("Form_Name"));
-    texts.add("", node->getAttribute("KRF_DB_Path"));
-    texts.add("", node->getAttribute("KRFVersion"));
-    m_base->krf_filter_number = AuditUtil::to_int(node->getAttribute("KRFFilter_Number"));
-    m_base->krf_filter_number_2 = AuditUtil::to_int(node->getAttribute("KRFFilter_Number2"));
-    texts.add("", node->getAttribute("Divider_Form"));
+    texts.add("", read[DESCRIPTION]);
+    add_relative_path(texts, read[LOCATION]);
+    add_relative_path(texts, read[EXML_LOCATION]);
+    texts.add("", read[FORM_NAME]);
+    texts.add("", read[KRF_DB_PATH]);
+    texts.add("", read[KRF_VERSION]);
+    m_base->krf_filter_number = AuditUtil::to_int(read[KRF_FILTER_NUMBER]);
+    m_base->krf_filter_number_2 = AuditUtil::to_int(read[KRF_FILTER_NUMBER_2]);
+    texts.add("", read[DIVIDER_FORM]);
     m_base->text.assign(std::move(texts));
 }
 
