@@ -5,10 +5,6 @@
 #include <memory>
 #include <utility>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include "Ostrel/XML_Data.h"
 
 using oxml::CompactTree;
@@ -45,32 +41,12 @@ std::uint32_t element_or_root(std::uint32_t element)
 
 namespace {
 
-// Whether the text at name is the one kept (its length bytes and the NUL). Up to 16 bytes are
-// compared at once where they lie in one page: bytes past the name's end may be read but never
-// decide, as the name's NUL differs from the kept text's byte there.
-#ifdef __SSE2__
-__attribute__((no_sanitize_address)) bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
-{
-    const std::size_t size = kept.length + 1;
-    for (std::size_t i = 0; i < size; i += 16) {
-        const char* p = name + i;
-        if ((reinterpret_cast<std::uintptr_t>(p) & 4095) > 4096 - 16)
-            return std::strcmp(name, kept.text) == 0;
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i*>(kept.text + i));
-        const unsigned equal = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
-        const unsigned wanted = size - i >= 16 ? 0xFFFFu : (1u << (size - i)) - 1;
-        if ((equal & wanted) != wanted)
-            return false;
-    }
-    return true;
-}
-#else
+// Whether the text at name is the one kept: the address alone could be a caller's buffer used
+// again for another name.
 bool is_kept_name(const char* name, const COXMLDocumentData::AskedName& kept)
 {
     return std::strcmp(name, kept.text) == 0;
 }
-#endif
 
 } // namespace
 
