@@ -23,6 +23,7 @@
 #include <vellument/Ostrel_Error.h>
 #include <vellument/Ostrel_Format.h>
 
+#include "Ostrel/FileSystem_Bulk.h"
 #include "Ostrel/FileSystem_Paths.h"
 #include "Ostrel/FileSystem_Stream.h"
 
@@ -612,6 +613,7 @@ bool FileSystem::ReadFile(const char* path, std::string& contents, std::size_t m
         const std::size_t step = std::size_t(1) << 17;
         const std::size_t expected = st.st_size > 0 ? static_cast<std::size_t>(st.st_size) : 0;
         data.reserve(expected);
+        FileSystemDetail::AdviseHugePages(&data[0], data.capacity());
         std::size_t have = 0;
         while (true) {
             char probe[4096];
