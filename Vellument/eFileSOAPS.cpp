@@ -3,6 +3,8 @@
 
 #include <vellument/eFileSOAPS.h>
 
+#include <cstring>
+
 #include <vellument/CStatus.h>
 #include <vellument/Ostrel_Format.h>
 #include <vellument/Ostrel_XML.h>
@@ -81,7 +83,9 @@ void eFileSOAPS::StoreVellument(const char* ein, const char* formName, const cha
     std::string body;
     std::string transport_error;
     // Without a reply error stays as the caller preset it.
-    if (!SoapWire::exchange(operation, request.data(), request.size(), ascii, body, transport_error))
+    // The body has always ended at its first NUL, which only a text from the tree can hold.
+    const std::size_t size = ascii ? request.size() : std::strlen(request.data());
+    if (!SoapWire::exchange(operation, request.data(), size, ascii, body, transport_error))
         return;
     SoapReply::read_store_reply(body.c_str(), error);
 }
