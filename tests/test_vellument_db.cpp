@@ -302,10 +302,6 @@ TEST_F(Mirror, EncryptedMirrorNeedsItsPasswordUnlessDecryptFilesSaysOtherwise)
 {
     auto v = open_w2();
     ASSERT_TRUE(v->save_to_vellument_database(db_path, "pw", ""));
-    DatabaseEx db;
-    EXPECT_FALSE(db.OpenFile(db_path, ""));
-    EXPECT_FALSE(db.OpenFile(db_path, "wrong"));
-
     CVellument wrong;
     EXPECT_FALSE(read_back(wrong, kName, "wrong"));
     CVellument right;
