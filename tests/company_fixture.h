@@ -78,22 +78,14 @@ public:
     // relative is in Windows form ("Histories\\Vellument_W2_2021.VLM").
     void record_hash(const std::string& relative) const
     {
-        std::string on_disk = relative;
-        for (char& c : on_disk)
-            if (c == '\\')
-                c = '/';
-        _SetValue(settings().c_str(), key(relative).c_str(), md5_hex(read(on_disk)).c_str());
+        _SetValue(settings().c_str(), key(relative).c_str(), md5_hex(read(slashed(relative))).c_str());
     }
 
     void write(const std::string& relative, const std::string& bytes) const { testutil::write_file(disk(relative), bytes); }
     // Writes a vellument (relative in Windows form) and records it as the library's last save.
     void write_saved(const std::string& bytes, const std::string& relative = kName) const
     {
-        std::string on_disk = relative;
-        for (char& c : on_disk)
-            if (c == '\\')
-                c = '/';
-        write(on_disk, bytes);
+        write(slashed(relative), bytes);
         record_hash(relative);
     }
     // Files the library makes carry its upper-cased names: look them up as Windows would.
@@ -133,6 +125,14 @@ public:
     }
 
 private:
+    static std::string slashed(std::string relative)
+    {
+        for (char& c : relative)
+            if (c == '\\')
+                c = '/';
+        return relative;
+    }
+
     testutil::TempDir tmp_;
     std::string disk_;
     std::string win_;

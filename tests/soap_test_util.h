@@ -63,6 +63,22 @@ inline std::string escaped(const std::string& text)
     return out;
 }
 
+// A request body exactly as the client builds it, around its parameters' elements.
+inline std::string request(const std::string& ns, const std::string& operation, const std::string& parameters)
+{
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope "
+           "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+           "SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\" "
+           "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">"
+           "<SOAP-ENV:Body><m:" + operation + " xmlns:m=\"" + ns + "\">" + parameters + "</m:" + operation +
+           "></SOAP-ENV:Body></SOAP-ENV:Envelope>";
+}
+
+inline std::string parameter(const std::string& name, const std::string& value)
+{
+    return "<m:" + name + " xsi:type=\"xsd:string\">" + value + "</m:" + name + ">";
+}
+
 // An HTTP reply carrying the body.
 inline std::string http(const std::string& body, int status = 200)
 {

@@ -63,25 +63,3 @@ TEST(AttributeLists, StartEmptyAndStayOneTablePerList)
     EXPECT_NE(&table(COPY), &table(FORM));
     EXPECT_THROW(table(static_cast<ListId>(IDENTITY + 1)), std::invalid_argument);
 }
-
-TEST(AttributeLists, FilledCopiesAreIndependent)
-{
-    // The way a record fills its list: overwrite in place, hand out a copy.
-    auto fill = [](const char* replaceable, const char* deleted) -> attributeDicList {
-        attributeDicList& t = table(COPY);
-        t[0].attributeValue = replaceable;
-        t[1].attributeValue = deleted;
-        return t;
-    };
-    const attributeDicList first = fill("true", "false");
-    const attributeDicList second = fill("false", "true");
-    ASSERT_EQ(first.size(), 2u);
-    EXPECT_EQ(first[0].attributeValue, "true");
-    EXPECT_EQ(first[1].attributeValue, "false");
-    EXPECT_EQ(second[0].attributeValue, "false");
-    EXPECT_EQ(second[1].attributeValue, "true");
-    // Names and type words never move with the values.
-    EXPECT_EQ(second[0].attributeName, "Replaceable");
-    EXPECT_EQ(second[1].attributeType, "BOOLEAN");
-    EXPECT_EQ(table(COPY).size(), 2u);
-}

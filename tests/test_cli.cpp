@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <initializer_list>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -42,6 +44,13 @@ Result run(const std::vector<std::string>& args, const std::map<std::string, std
 bool contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != std::string::npos;
+}
+
+void expect_parts(const Result& result, std::initializer_list<const char*> parts)
+{
+    ASSERT_EQ(result.code, 0) << result.err;
+    for (const char* part : parts)
+        EXPECT_TRUE(contains(result.out, part)) << part << "\n" << result.out;
 }
 
 // A W-2 trail made and saved by the library: a Filing transaction with a printed Federal filing,
@@ -118,15 +127,11 @@ TEST_F(Cli, ShowsALibraryMadeTrailAsTimelineAndJson)
     make_library_trail(co);
     const auto before = co.snapshot();
 
-    const Result text = run({"show", file()});
-    ASSERT_EQ(text.code, 0) << text.err;
-    EXPECT_TRUE(contains(text.out, "form type W-2_SSA, filing year 2021, EIN 12-3456789, vendor ACME")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Transaction 1 of 2: Filing")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Filing Federal FE")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Form W-2 \"Federal W-2 Copy A\"")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Transaction 2 of 2: None")) << text.out;
     // A new copy starts unmailed, whatever its filing said.
-    EXPECT_TRUE(contains(text.out, "printed yes, mailed no, e-filed no, replaceable no, deleted no")) << text.out;
+    expect_parts(run({"show", file()}),
+                 {"form type W-2_SSA, filing year 2021, EIN 12-3456789, vendor ACME", "Transaction 1 of 2: Filing",
+                  "Filing Federal FE", "Form W-2 \"Federal W-2 Copy A\"", "Transaction 2 of 2: None",
+                  "printed yes, mailed no, e-filed no, replaceable no, deleted no"});
 
     const json trail = parse(run({"show", "--format", "json", file()}));
     ASSERT_TRUE(trail.is_object());
@@ -160,12 +165,8 @@ TEST_F(Cli, ShowsAHandWrittenTrailInTheOlderForm)
                               transaction("None")));
     const auto before = co.snapshot();
 
-    const Result text = run({"show", file()});
-    ASSERT_EQ(text.code, 0) << text.err;
-    EXPECT_TRUE(contains(text.out, "Transaction 1 of 2: Reload")) << text.out;
-    EXPECT_TRUE(contains(text.out, "notes: Note=by hand")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Copy Employee FE")) << text.out;
-    EXPECT_TRUE(contains(text.out, "printed yes, mailed no, e-filed no, replaceable no, deleted yes")) << text.out;
+    expect_parts(run({"show", file()}), {"Transaction 1 of 2: Reload", "notes: Note=by hand", "Copy Employee FE",
+                                         "printed yes, mailed no, e-filed no, replaceable no, deleted yes"});
 
     const json trail = parse(run({"show", "--format=json", file()}));
     ASSERT_TRUE(trail.is_object());
@@ -184,9 +185,7 @@ TEST_F(Cli, CheckTellsASavedFileFromAnEditedOneWithoutChangingIt)
     EXPECT_EQ(saved["changed"], false);
     EXPECT_EQ(saved["upload_status"], "Not Found");
 
-    const Result text = run({"check", file()});
-    ASSERT_EQ(text.code, 0) << text.err;
-    EXPECT_TRUE(contains(text.out, "unchanged since the library last saved it")) << text.out;
+    expect_parts(run({"check", file()}), {"unchanged since the library last saved it"});
 
     // An edit behind the library's back, and a failed upload on record.
     testutil::write_file(file(), co.read(kDisk) + "\n");
@@ -220,14 +219,16 @@ TEST_F(Cli, BadInputGivesOneLineAndChangesNothing)
     const std::string missing = co.disk("Histories/Missing.VLM");
     const std::string db = co.disk("mirror.db");
 
-    for (const char* command : {"show", "check"}) {
-        expect_refused(run({command, missing}), 1, "no such file");
-        expect_refused(run({command, co.resolve("Histories/NotXml.VLM")}), 1, "is not an XML document");
-        expect_refused(run({command, co.resolve("Histories/Empty.VLM")}), 1, "holds no transaction");
-        expect_refused(run({command, co.resolve("Histories/Other.VLM")}), 1, "not <AuditTrail>");
-        expect_refused(run({command, co.resolve("Histories/Nested.VLM")}), 1, "nests its elements");
-        expect_refused(run({command, co.disk("Histories")}), 1, "is a directory");
-    }
+    const std::pair<std::string, const char*> files[] = {
+        {missing, "no such file"},
+        {co.resolve("Histories/NotXml.VLM"), "is not an XML document"},
+        {co.resolve("Histories/Empty.VLM"), "holds no transaction"},
+        {co.resolve("Histories/Other.VLM"), "not <AuditTrail>"},
+        {co.resolve("Histories/Nested.VLM"), "nests its elements"},
+        {co.disk("Histories"), "is a directory"}};
+    for (const char* command : {"show", "check"})
+        for (const auto& bad : files)
+            expect_refused(run({command, bad.first}), 1, bad.second);
     expect_refused(run({"mirror", co.resolve("Histories/NotXml.VLM"), "--db", db}), 1, "is not an XML document");
     expect_refused(run({"mirror", file(), "--db", co.disk("no/such/dir/x.db")}), 1, "does not exist");
     expect_refused(run({"export", "--db", db, "--name", "Vellument_W2_2021.VLM", "--out", co.disk("x.VLM")}), 1,
@@ -314,14 +315,12 @@ TEST_F(Cli, DemoWalksTheWholeRoadAgainstAFilingService)
 {
     const std::string dir = co.disk("Demo");
     const Result demo = run({"demo", dir});
-    ASSERT_EQ(demo.code, 0) << demo.err << demo.out;
     EXPECT_TRUE(demo.err.empty()) << demo.err;
-    for (const char* step : {"Started the stand-in filing service at https://127.0.0.1:", "Played the Viewer",
-                             "Completed the transaction", "upload status \"true\"", "the service holds FED FE",
-                             "closed as \"Status Change\"", "closed as \"Server Deletion\"", "closed as \"Bug Fix\"",
-                             "copy Federal FE: came back into the status", "closed as \"Server Download\"",
-                             ".Backup", "Opened the file again"})
-        EXPECT_TRUE(contains(demo.out, step)) << step << "\n" << demo.out;
+    expect_parts(demo, {"Started the stand-in filing service at https://127.0.0.1:", "Played the Viewer",
+                        "Completed the transaction", "upload status \"true\"", "the service holds FED FE",
+                        "closed as \"Status Change\"", "closed as \"Server Deletion\"", "closed as \"Bug Fix\"",
+                        "copy Federal FE: came back into the status", "closed as \"Server Download\"", ".Backup",
+                        "Opened the file again"});
 
     // What it left is a library's vellument like any other, with the whole road in its trail.
     std::string vellument;
@@ -402,10 +401,7 @@ TEST_F(Cli, SyncAndCheckServerFollowTheFilingService)
     // The service changes its mind about a copy: sync says which and how.
     ASSERT_EQ(service.admin({"set-copy", "--ein", "12-3456789", "--form", "W-2_SSA", "--year", "2021", "--type", "FED",
                              "--code", "FE", "--replaceable", "true"}).code, 0);
-    const Result text = run({"sync", file()});
-    ASSERT_EQ(text.code, 0) << text.err;
-    EXPECT_TRUE(contains(text.out, "closed as Status Change")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Federal FE: replaceable no -> yes")) << text.out;
+    expect_parts(run({"sync", file()}), {"closed as Status Change", "Federal FE: replaceable no -> yes"});
 
     // A fault of the service: one line, exit 1.
     ASSERT_EQ(service.admin({"fault", "--op", "GetSubmissionStatus", "--kind", "system-error"}).code, 0);

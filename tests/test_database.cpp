@@ -57,6 +57,15 @@ bool have_tool(const std::string& name)
     return run("command -v " + name + " >/dev/null 2>&1", ignored);
 }
 
+// A new database file holding one table t with the one text value.
+void write_value(const std::string& path, const std::string& password, const std::string& value)
+{
+    DatabaseEx db;
+    ASSERT_TRUE(db.OpenFile(path, password));
+    ASSERT_TRUE(db.Execute("CREATE TABLE t (v STRING);"));
+    ASSERT_TRUE(db.ExecuteAndBindStatement("INSERT INTO t (v) VALUES (?);", {{value, 0}}, false));
+}
+
 class Database : public ::testing::Test {
 protected:
     void SetUp() override
@@ -115,12 +124,7 @@ TEST(DatabaseFile, PasswordEncryptsAndIsChecked)
 {
     testutil::TempDir dir;
     const std::string path = dir.file("secret.db");
-    {
-        DatabaseEx db;
-        ASSERT_TRUE(db.OpenFile(path, "pa'ss word"));
-        ASSERT_TRUE(db.Execute("CREATE TABLE t (v STRING);"));
-        ASSERT_TRUE(db.ExecuteAndBindStatement("INSERT INTO t (v) VALUES (?);", {{"needle-in-the-file", 0}}, false));
-    }
+    ASSERT_NO_FATAL_FAILURE(write_value(path, "pa'ss word", "needle-in-the-file"));
     const std::string bytes = testutil::read_file(path);
     ASSERT_FALSE(bytes.empty());
     EXPECT_EQ(bytes.find("SQLite format 3"), std::string::npos);
@@ -148,12 +152,7 @@ TEST(DatabaseFile, EmptyPasswordGivesAFileTheStockToolReads)
 {
     testutil::TempDir dir;
     const std::string path = dir.file("plain.db");
-    {
-        DatabaseEx db;
-        ASSERT_TRUE(db.OpenFile(path, ""));
-        ASSERT_TRUE(db.Execute("CREATE TABLE t (v STRING)"));
-        ASSERT_TRUE(db.ExecuteAndBindStatement("INSERT INTO t (v) VALUES (?);", {{"plain text", 0}}, false));
-    }
+    ASSERT_NO_FATAL_FAILURE(write_value(path, "", "plain text"));
     EXPECT_EQ(testutil::read_file(path).rfind("SQLite format 3", 0), 0u);
     bool checked = false;
     for (const char* tool : {"sqlite3", "sqlcipher"}) {

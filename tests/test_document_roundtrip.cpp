@@ -25,17 +25,16 @@
 #include <vellument/Ostrel_XML.h>
 
 #include "test_util.h"
+#include "xml_test_util.h"
 
 using namespace Vellument;
+using testutil::attribute_names;
+using testutil::data_file;
+using testutil::has_attribute;
 
 namespace {
 
 const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
-
-std::string data_file(const char* name)
-{
-    return (std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / name).string();
-}
 
 // What the root element holds.
 struct Trail {
@@ -95,21 +94,6 @@ void write_trail(const Trail& trail, const std::string& path)
 std::unique_ptr<COXMLDocument> load(const std::string& path)
 {
     return std::unique_ptr<COXMLDocument>(COXMLDocument::load(path.c_str(), nullptr, nullptr, 0));
-}
-
-std::vector<std::string> attribute_names(COXMLNode* node)
-{
-    std::vector<std::string> names;
-    std::shared_ptr<COXMLNamedNodeMap> attributes = node->attributes();
-    for (int i = 0; i < attributes->length(); ++i)
-        names.push_back(attributes->item(i)->nodeName());
-    return names;
-}
-
-bool has_attribute(COXMLNode* node, const char* name)
-{
-    std::vector<std::string> names = attribute_names(node);
-    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 COXMLNode* nth(COXMLNode* node, const char* tag, int index)

@@ -20,6 +20,7 @@
 
 #include "company_fixture.h"
 #include "filing_service_fixture.h"
+#include "soap_test_util.h"
 
 using vlmtest::FilingService;
 
@@ -35,15 +36,10 @@ const char kAccessKey[] = "QXTR4-LMZ82-HBVNC-WPJK6-3DGAF";
 // The request body exactly as the client builds it.
 std::string envelope(const std::string& op, const std::vector<std::pair<std::string, std::string>>& params)
 {
-    std::string text = "<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope "
-                       "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
-                       "SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\" "
-                       "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-                       "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\"><SOAP-ENV:Body><m:" +
-                       op + " xmlns:m=\"" + kNamespace + "\">";
+    std::string parameters;
     for (const auto& p : params)
-        text += "<m:" + p.first + " xsi:type=\"xsd:string\">" + p.second + "</m:" + p.first + ">";
-    return text + "</m:" + op + "></SOAP-ENV:Body></SOAP-ENV:Envelope>";
+        parameters += soaptest::parameter(p.first, p.second);
+    return soaptest::request(kNamespace, op, parameters);
 }
 
 // The client's upload encoding for the few characters these tests use.

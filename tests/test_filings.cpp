@@ -14,33 +14,16 @@
 #include <vellument/DateTime.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "xml_test_util.h"
+
 using namespace Vellument;
+using testutil::attribute_names;
+using testutil::parse;
+using testutil::has_attribute;
 
 namespace {
 
 const char* const kDateFormat = "%m/%d/%Y %H:%M:%S";
-
-std::vector<std::string> attribute_names(COXMLNode* node)
-{
-    std::vector<std::string> names;
-    std::shared_ptr<COXMLNamedNodeMap> map = node->attributes();
-    for (int i = 0; i < map->length(); ++i)
-        names.push_back(map->item(i)->nodeName());
-    return names;
-}
-
-bool has_attribute(COXMLNode* node, const char* name)
-{
-    std::vector<std::string> names = attribute_names(node);
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-std::unique_ptr<COXMLDocument> parse(const char* text)
-{
-    std::unique_ptr<COXMLDocument> doc(COXMLDocument::loadXML(text, nullptr, nullptr, 0));
-    EXPECT_NE(doc, nullptr) << text;
-    return doc;
-}
 
 void expect_list(const attributeDicList& list, const std::vector<std::vector<std::string>>& expected)
 {

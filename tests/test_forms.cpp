@@ -10,25 +10,13 @@
 #include <vellument/CPathHandling.h>
 #include <vellument/Ostrel_XML.h>
 
+#include "xml_test_util.h"
+
 using namespace Vellument;
+using testutil::attribute_names;
+using testutil::parse;
 
 namespace {
-
-std::vector<std::string> attribute_names(COXMLNode* node)
-{
-    std::vector<std::string> names;
-    std::shared_ptr<COXMLNamedNodeMap> map = node->attributes();
-    for (int i = 0; i < map->length(); ++i)
-        names.push_back(map->item(i)->nodeName());
-    return names;
-}
-
-std::unique_ptr<COXMLDocument> parse(const std::string& text)
-{
-    std::unique_ptr<COXMLDocument> doc(COXMLDocument::loadXML(text.c_str(), nullptr, nullptr, 0));
-    EXPECT_NE(doc, nullptr) << text;
-    return doc;
-}
 
 const std::vector<std::string> kBaseNames = {
     "Type", "Flags", "Completion", "Description", "Location", "EXMLLocation", "Form_Name",

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -28,7 +27,7 @@ protected:
     void SetUp() override
     {
         db_path = co.disk("mirror.db");
-        co.write_saved(testutil::read_file((std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / "full_vellument.xml").string()),
+        co.write_saved(testutil::read_file(testutil::data_file("full_vellument.xml")),
                        kVellument);
         writer.open(co.win(kVellument).c_str(), "", "", "", false, false);
         ASSERT_TRUE(writer.save_to_vellument_database(db_path, "", ""));

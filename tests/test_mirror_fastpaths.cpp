@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -40,14 +39,10 @@ TEST(MirrorFastPaths, ChildOrderAndTextsOutsideAsciiComeBackAsTheToolkitTreeGive
     const std::string db_path = co.disk("mirror.db");
     const std::string copy = "<Copy Type=\"Federal\"><History Type=\"W-2\"/></Copy>";
     const std::string filing = "<Filing Type=\"Federal\"><Form Type=\"W-2\" Description=\"plain\"/></Filing>";
-    std::string relative = kName;
-    std::string on_disk = relative;
-    std::replace(on_disk.begin(), on_disk.end(), '\\', '/');
-    co.write(on_disk, trail("Version=\"200\" FormType=\"W-2_SSA\" FilingYear=\"2021\"",
-                            transaction("Filing", copy, filing, "a=\"1\"") + transaction("None", copy, filing)));
-    co.record_hash(relative);
+    co.write_saved(trail("Version=\"200\" FormType=\"W-2_SSA\" FilingYear=\"2021\"",
+                         transaction("Filing", copy, filing, "a=\"1\"") + transaction("None", copy, filing)));
     CVellument v;
-    v.open(co.win(relative).c_str(), "", "", "", false, false);
+    v.open(co.win(kName).c_str(), "", "", "", false, false);
     ASSERT_TRUE(v.save_to_vellument_database(db_path, "", ""));
 
     // A first transaction with a dictionary has its status placed before its package; the
@@ -72,7 +67,7 @@ TEST(MirrorFastPaths, ChildOrderAndTextsOutsideAsciiComeBackAsTheToolkitTreeGive
     EXPECT_NE(document->selectSingleNode("/AuditTrail/Transaction[1]/Dictionary[@_1st='1']"), nullptr);
 
     CVellument back;
-    ASSERT_TRUE(back.read_from_vellument_database(co.win(relative).c_str(), "", "", "", db_path, ""));
+    ASSERT_TRUE(back.read_from_vellument_database(co.win(kName).c_str(), "", "", "", db_path, ""));
     ASSERT_EQ(back.get_transaction_count(), 2);
     CForm* form = back.get_transaction(1)->get_package()->get_filing_at(0)->get_form_at(0);
     EXPECT_EQ(form->get_description(), "Caf\xE9!");

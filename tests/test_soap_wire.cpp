@@ -41,20 +41,12 @@ std::string head_of(const httptest::Request& request)
     return request.bytes.substr(0, request.bytes.find("\r\n\r\n") + 2);
 }
 
-const std::string kPrologue =
-    "<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope "
-    "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
-    "SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\" "
-    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">";
-
 std::string expected_request(const std::string& operation, const std::string& parameters)
 {
-    return kPrologue + "<SOAP-ENV:Body><m:" + operation + " xmlns:m=\"" + service_namespace + "\">" +
-           "<m:accessKey xsi:type=\"xsd:string\">QXTR4-LMZ82-HBVNC-WPJK6-3DGAF</m:accessKey>" +
-           "<m:ein xsi:type=\"xsd:string\">123456789</m:ein>" +
-           "<m:formName xsi:type=\"xsd:string\">W-2 & <1099></m:formName>" +
-           "<m:year xsi:type=\"xsd:string\">2024</m:year>" + parameters + "</m:" + operation +
-           "></SOAP-ENV:Body></SOAP-ENV:Envelope>";
+    using soaptest::parameter;
+    return soaptest::request(service_namespace, operation,
+                             parameter("accessKey", "QXTR4-LMZ82-HBVNC-WPJK6-3DGAF") + parameter("ein", "123456789") +
+                                 parameter("formName", "W-2 & <1099>") + parameter("year", "2024") + parameters);
 }
 
 std::string status_reply(const std::string& document)

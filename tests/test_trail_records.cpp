@@ -478,7 +478,8 @@ TEST(Transaction, DefaultsAndOwnership)
     EXPECT_EQ(1u, transaction.get_dictionary()->size());
 }
 
-TEST(Transaction, TakesOverTheStatusItIsGiven)
+// Not documents the library writes, but a hostile file or a careless caller must not leave a hole.
+TEST(Transaction, TakesOverItsStatusAndFillsMissingParts)
 {
     CStatus* status = new CStatus();
     status->add_copy(make_copy(FILING_TYPE_FEDERAL, "FE"));
@@ -491,36 +492,28 @@ TEST(Transaction, TakesOverTheStatusItIsGiven)
     // The status died with the transaction: the sanitizer build reports a leak or double free.
     CTransaction from_null(static_cast<CStatus*>(nullptr));
     EXPECT_NE(nullptr, from_null.get_status());
-}
 
-TEST(Transaction, MissingPartsReadAsEmptyOnes)
-{
-    // Not a document the library writes, but a hostile file must not leave a hole.
     ParsedXml xml("<Transaction Action=\"Edit\"/>");
     ASSERT_NE(nullptr, xml.root());
-    CTransaction transaction(xml.root());
-    EXPECT_EQ(ACTION_EDIT, transaction.get_action());
-    ASSERT_NE(nullptr, transaction.get_package());
-    ASSERT_NE(nullptr, transaction.get_status());
-    ASSERT_NE(nullptr, transaction.get_dictionary());
-    EXPECT_TRUE(transaction.get_dictionary()->empty());
+    CTransaction read(xml.root());
+    EXPECT_EQ(ACTION_EDIT, read.get_action());
+    ASSERT_NE(nullptr, read.get_package());
+    ASSERT_NE(nullptr, read.get_status());
+    ASSERT_NE(nullptr, read.get_dictionary());
+    EXPECT_TRUE(read.get_dictionary()->empty());
+    CTransaction from_no_node(static_cast<COXMLNode*>(nullptr));
+    EXPECT_EQ(ACTION_NONE, from_no_node.get_action());
+    EXPECT_NE(nullptr, from_no_node.get_status());
 
-    CTransaction from_null(static_cast<COXMLNode*>(nullptr));
-    EXPECT_EQ(ACTION_NONE, from_null.get_action());
-    EXPECT_NE(nullptr, from_null.get_status());
-}
-
-TEST(Transaction, WriterSurvivesPartsSetToNull)
-{
-    CTransaction transaction;
-    transaction.set_package(nullptr);
-    transaction.set_status(nullptr);
-    transaction.set_dictionary(nullptr);
+    // The writer survives parts set to null.
+    read.set_package(nullptr);
+    read.set_status(nullptr);
+    read.set_dictionary(nullptr);
     std::unique_ptr<COXMLDocument> document(COXMLDocument::createDocument());
-    COXMLNode* element = transaction.create_xml_node(document.get());
+    COXMLNode* element = read.create_xml_node(document.get());
     ASSERT_NE(nullptr, element);
     EXPECT_STREQ("Transaction", element->nodeName());
-    EXPECT_EQ(nullptr, transaction.create_xml_node(nullptr));
+    EXPECT_EQ(nullptr, read.create_xml_node(nullptr));
 }
 
 // ---------------------------------------------------------------------------------------------

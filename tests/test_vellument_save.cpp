@@ -47,15 +47,26 @@ private:
     void (*previous_handler_)(int);
 };
 
+// The saved vellument of the company, and an object to open it.
+class SavedVellument : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        make_saved(co);
+        first = co.read(kDisk);
+    }
+    void open(bool read_only = false) { v.open(co.win(kName).c_str(), "", "", "", false, read_only); }
+
+    Company co;
+    std::string first;
+    CVellument v;
+};
+
 } // namespace
 
-TEST(VellumentSave, SaveKeepsTheTrailBacksUpAndRecordsTheHash)
+TEST_F(SavedVellument, SaveKeepsTheTrailBacksUpAndRecordsTheHash)
 {
-    Company co;
-    make_saved(co);
-    const std::string first = co.read(kDisk);
-    CVellument v;
-    v.open(co.win(kName).c_str(), "", "", "", false, false);
+    open();
     v.get_current_transaction()->set_action(Vellument::ACTION_EDIT);
     v.get_current_dictionary()->insert({"Note", "kept"});
     ASSERT_NE(v.save(nullptr), 0);
@@ -73,13 +84,9 @@ TEST(VellumentSave, SaveKeepsTheTrailBacksUpAndRecordsTheHash)
     EXPECT_EQ(back.get_current_dictionary()->at("Note"), "kept");
 }
 
-TEST(VellumentSave, SaveToAnotherName)
+TEST_F(SavedVellument, SaveToAnotherName)
 {
-    Company co;
-    make_saved(co);
-    const std::string first = co.read(kDisk);
-    CVellument v;
-    v.open(co.win(kName).c_str(), "", "", "", false, false);
+    open();
     v.get_current_transaction()->set_action(Vellument::ACTION_EDIT);
 
     // Another live file: the backup is still of the object's own file, the hash is of the target.
@@ -108,13 +115,9 @@ TEST(VellumentSave, SaveToAnotherName)
     EXPECT_EQ(v.get_modified_date().format("%m/%d/%Y %H:%M:%S"), "01/02/2003 04:05:06");
 }
 
-TEST(VellumentSave, WriteFailingPartWayLeavesThePreviousFileWhole)
+TEST_F(SavedVellument, WriteFailingPartWayLeavesThePreviousFileWhole)
 {
-    Company co;
-    make_saved(co);
-    const std::string first = co.read(kDisk);
-    CVellument v;
-    v.open(co.win(kName).c_str(), "", "", "", false, false);
+    open();
     for (int i = 0; i < 400; ++i) {
         v.get_current_dictionary()->insert({"Entry" + std::to_string(i), std::string(40, 'x')});
         v.clear_current_status();
@@ -178,12 +181,9 @@ TEST(VellumentSave, UploadDecision)
     }
 }
 
-TEST(VellumentSave, ReadOnlyObjectStillSaves)
+TEST_F(SavedVellument, ReadOnlyObjectStillSaves)
 {
-    Company co;
-    make_saved(co);
-    CVellument v;
-    v.open(co.win(kName).c_str(), "", "", "", false, true);
+    open(true);
     v.get_current_transaction()->set_action(Vellument::ACTION_EDIT);
     ASSERT_NE(v.save(nullptr), 0);
     EXPECT_NE(co.read(kDisk).find("Action=\"Edit\""), std::string::npos);
