@@ -261,9 +261,9 @@ private:
         return true;
     }
 
-    // Behind a name: white space, "=", white space and a value in quotes of either kind, up to
-    // the same quote. p_ ends behind the closing quote.
-    bool quotedValue(const char*& value, const char*& close)
+    // Behind a name: white space, "=", white space and an opening quote of either kind. p_ ends
+    // behind the quote.
+    bool openQuote(char& quote)
     {
         skipWhite();
         if (p_ >= end_ || *p_ != '=')
@@ -272,8 +272,19 @@ private:
         skipWhite();
         if (p_ >= end_ || (*p_ != '"' && *p_ != '\''))
             return false;
-        value = p_ + 1;
-        close = static_cast<const char*>(std::memchr(value, *p_, static_cast<std::size_t>(end_ - value)));
+        quote = *p_++;
+        return true;
+    }
+
+    // Behind a name: "=" and a value in quotes, up to the same quote. p_ ends behind the closing
+    // quote.
+    bool quotedValue(const char*& value, const char*& close)
+    {
+        char quote;
+        if (!openQuote(quote))
+            return false;
+        value = p_;
+        close = static_cast<const char*>(std::memchr(value, quote, static_cast<std::size_t>(end_ - value)));
         if (close == nullptr)
             return false;
         p_ = close + 1;
@@ -366,14 +377,9 @@ private:
         if ((*name >= '0' && *name <= '9') || *name == '-' || *name == '.')
             return false;
         const std::size_t nameSize = static_cast<std::size_t>(p_ - name);
-        skipWhite();
-        if (p_ >= end_ || *p_ != '=')
+        char quote;
+        if (!openQuote(quote))
             return false;
-        ++p_;
-        skipWhite();
-        if (p_ >= end_ || (*p_ != '"' && *p_ != '\''))
-            return false;
-        const char quote = *p_++;
         Cursor w(out_, 1 + nameSize + 7 + kValueRoom);
         *w.p++ = ' ';
         put(w.p, name, nameSize);
