@@ -80,7 +80,9 @@ void BM_VellumentOpenReadOnly(benchmark::State& state)
 }
 BENCHMARK(BM_VellumentOpenReadOnly)->Unit(benchmark::kMillisecond);
 
-// Write (atomic, synced), backup copy, MD5, settings write and the read-back open.
+// Write (atomic, synced), backup copy, MD5, settings write, the read-back open, and the upload:
+// the fixture holds e-filed copies, so each save builds the upload request before the loopback
+// port it is aimed at refuses the connection.
 void BM_VellumentSave(benchmark::State& state)
 {
     Fixture& f = fixture();
